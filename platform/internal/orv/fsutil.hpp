@@ -1,0 +1,17 @@
+// File helpers shared inside the libraries.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <sys/types.h>
+
+namespace orv {
+
+// Writes all n bytes, retrying short writes and EINTR. 0, or -1 on failure.
+int write_all(int fd, const void *buf, size_t n);
+// Creates a directory and its parents (mode 0755); true when it exists after.
+bool make_dirs(const std::string &path);
+// Reads a whole file into *out; false when it cannot be opened or read.
+bool read_file(const std::string &path, std::string *out);
+
+}  // namespace orv
