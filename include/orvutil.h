@@ -24,6 +24,7 @@
 /* Authentication. */
 
 /* Command tools. */
+#include "orvutil/cal_cmd.h"
 
 /* Identifiers and digests. */
 #include "orvutil/cal_guid.h"
