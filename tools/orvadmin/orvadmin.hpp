@@ -1,0 +1,32 @@
+// orvadmin's command table and the helpers its commands share.
+#pragma once
+
+#include "orvutil/orv_defs.h"
+
+namespace orvadmin {
+
+// A command: argv[0] is its name, argc counts it. Returns 0 on success, 1
+// on failure after printing a message with fail().
+using Run = int (*)(int argc, char **argv);
+
+struct Command {
+    const char *name;
+    int minArgs;        // arguments needed after the name
+    const char *usage;  // "name ARG..." for the help list and usage errors
+    const char *help;
+    Run run;
+};
+
+// Results to the tool output; failures to standard error ("name: text\n").
+void out(const char *fmt, ...) ORV_PRINTF(1, 2);
+int fail(const char *command, const char *fmt, ...) ORV_PRINTF(2, 3);
+// Arguments from index first on, joined by single blanks.
+const char *rest_of_line(int first);
+
+// Identifiers, digests and configuration settings (ident_cmds.cpp).
+int cmd_guid(int argc, char **argv);
+int cmd_md5(int argc, char **argv);
+int cmd_version(int argc, char **argv);
+int cmd_setting(int argc, char **argv);
+
+}  // namespace orvadmin
