@@ -1,0 +1,212 @@
+// orvadmin run as a process: options and exit status, scripts, piped input
+// and one session on a pseudo-terminal. Every run is bounded by a time-out.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "orvtest.hpp"
+
+namespace {
+
+struct Result {
+    int status = -1;  // exit status, or -1 when killed at the time-out
+    std::string out, err;
+};
+
+// Runs argv with input on standard input; kills it after 20 seconds.
+Result run(std::vector<std::string> args, const std::string &input = "", const std::string &cwd = "") {
+    int in[2], out[2], err[2];
+    EXPECT_EQ(0, pipe(in));
+    EXPECT_EQ(0, pipe(out));
+    EXPECT_EQ(0, pipe(err));
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(in[0], 0);
+        dup2(out[1], 1);
+        dup2(err[1], 2);
+        for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(fd);
+        if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
+        std::vector<char *> argv;
+        for (auto &a : args) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    close(err[1]);
+    signal(SIGPIPE, SIG_IGN);
+    size_t written = 0;
+    if (input.empty()) close(in[1]);
+    Result r;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    bool out_open = true, err_open = true, in_open = !input.empty();
+    while (out_open || err_open) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            kill(pid, SIGKILL);
+            break;
+        }
+        pollfd fds[3] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}, {in_open ? in[1] : -1, POLLOUT, 0}};
+        if (poll(fds, 3, static_cast<int>(left.count())) < 0) continue;
+        char buf[65536];
+        for (int i = 0; i < 2; ++i) {
+            if (!(fds[i].revents & (POLLIN | POLLHUP))) continue;
+            ssize_t n = read(fds[i].fd, buf, sizeof buf);
+            if (n <= 0) (i == 0 ? out_open : err_open) = false;
+            else (i == 0 ? r.out : r.err).append(buf, static_cast<size_t>(n));
+        }
+        if (in_open && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
+            ssize_t n = write(in[1], input.data() + written, input.size() - written);
+            if (n > 0) written += static_cast<size_t>(n);
+            if (n <= 0 || written == input.size()) {
+                close(in[1]);
+                in_open = false;
+            }
+        }
+    }
+    if (in_open) close(in[1]);
+    close(out[0]);
+    close(err[0]);
+    int st = 0;
+    waitpid(pid, &st, 0);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return r;
+}
+
+Result admin(std::vector<std::string> args, const std::string &input = "") {
+    args.insert(args.begin(), ORVADMIN_PATH);
+    return run(args, input);
+}
+
+bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+
+const std::string dashes(75, '-');
+
+TEST(Orvadmin, OptionsAndExitStatus) {
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        const char *out;  // substrings expected ("" for none)
+        const char *err;
+    };
+    const Case cases[] = {
+        {{"-?"}, 0, "orvadmin [options] \n\nwhere options are:\n\n-#", ""},
+        {{"-#"}, 0, "", "\nBuild date is: Feb  9 2005\n"},
+        {{"-h"}, 64, "", "You must provide a host name\n"},
+        {{"-h", "-v"}, 64, "", "You must provide a host name\n"},
+        {{"-p", "0"}, 64, "", "You must provide a valid port number\n"},
+        {{"-p", "x"}, 64, "", "You must provide a valid port number\n"},
+        {{"-p", "-1"}, 64, "", "You must provide a port number\n"},
+        {{"-I"}, 64, "", "You must provide a script file name\n"},
+        {{"-c"}, 64, "", "You must provide a configuration file name\n"},
+        {{"-zz"}, 64, "-c file                      - configuration file", "unrecognized option: -zz\n\n"},
+        {{"-I", "/no/such/script.orv"}, 2, "", "cannot read /no/such/script.orv"},
+        {{"-p", "08", "-h", "srv", "-9", "x", "-v"}, 0, "host = srv\nport = 08\n", ""},
+    };
+    for (const auto &c : cases) {
+        std::string label;
+        for (auto &a : c.args) label += a + " ";
+        SCOPED_TRACE(label);
+        Result r = admin(c.args, "info\n");
+        EXPECT_EQ(c.status, r.status);
+        EXPECT_TRUE(has(r.out, c.out)) << r.out;
+        EXPECT_TRUE(has(r.err, c.err)) << r.err;
+    }
+}
+
+TEST(Orvadmin, PipedCommands) {
+    Result r = admin({}, "version\nmd5 abc\nguid\n# comment\nhost \"my server\"\ninfo\n");
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(has(r.out, "version = Orvane 2005Q1"));
+    EXPECT_TRUE(has(r.out, "md5 = 900150983cd24fb0d6963f7d28e17f72\n"));
+    EXPECT_TRUE(has(r.out, "guid = 00000000000000000000000000000000"));
+    EXPECT_TRUE(has(r.out, "host = my server\n"));
+    EXPECT_EQ("", r.err);
+
+    // A failing or unknown command sets the status; "quit" ends the input.
+    r = admin({}, "md5\nbogus\nquit\nversion\n");
+    EXPECT_EQ(1, r.status);
+    EXPECT_TRUE(has(r.err, "md5: usage: md5 text\n"));
+    EXPECT_TRUE(has(r.out, "Unrecognized command, type \"help\" for a list\n"));
+    EXPECT_FALSE(has(r.out, "version ="));
+
+    // Bad input: binary bytes, an overlong line, many tokens, open quotes.
+    std::string many;
+    for (int i = 0; i < 10241; ++i) many += "x ";
+    std::string input = std::string("md5 \x01\xff\x7f\n") + "md5 " + std::string(20000, 'a') + "\n" + "md5 " +
+                        many.substr(0, 9000) + "\n" + "md5 \"open\n" + "version\n";
+    r = admin({}, input);
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(has(r.err, "Line too long; the rest of it is ignored\n"));
+    EXPECT_TRUE(has(r.err, "You forgot to close the quote...  Assuming close quote at eol.\n"));
+    EXPECT_TRUE(has(r.out, "version = "));
+}
+
+TEST(Orvadmin, Scripts) {
+    orvtest::TempDir dir;
+    orvtest::write_file(dir.file("inner.orv"), "md5 abc\nquit\nversion\n");
+    orvtest::write_file(dir.file("outer.orv"), "import " + dir.file("inner.orv") + "\nhost after\ninfo\n");
+    orvtest::write_file(dir.file("self.orv"), "import " + dir.file("self.orv") + "\n");
+    orvtest::write_file(dir.file("bad.orv"), "md5 abc\nsetting no.such.key\nversion\n");
+
+    Result r = admin({"-I", dir.file("outer.orv")});
+    EXPECT_EQ(0, r.status) << r.err;
+    std::string expected = dashes + "\nImporting commands from: outer.orv\n" + dashes + "\nin> import " +
+                           dir.file("inner.orv") + "\n" + dashes + "\nImporting commands from: inner.orv\n" +
+                           dashes + "\nin> md5 abc\nmd5 = 900150983cd24fb0d6963f7d28e17f72\nin> quit\n\n\n" +
+                           "in> host after\nin> info\nhost = after\n";
+    EXPECT_EQ(0u, r.out.find(expected)) << r.out;
+    EXPECT_FALSE(has(r.out, "version ="));
+
+    r = admin({"-I", dir.file("self.orv")});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("Scripts nested too deeply: " + dir.file("self.orv") + "\n", r.err);
+
+    r = admin({"-c", dir.file("none.conf"), "-I", dir.file("bad.orv")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_TRUE(has(r.err, "setting: no.such.key is not set in " + dir.file("none.conf")));
+    EXPECT_TRUE(has(r.out, "version = "));  // a failure does not stop the script
+
+    // The configuration file gives the defaults and answers "setting".
+    orvtest::write_file(dir.file("orv.conf"), "orvadmin.host = \"cal.example\"\nlocal.sitelanguage = \"fr\"\n");
+    r = admin({"-c", dir.file("orv.conf")}, "info\nsetting local.sitelanguage\n");
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(has(r.out, "host = cal.example\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "local.sitelanguage = fr\n")) << r.out;
+
+    // With -K the script is followed by the commands of standard input.
+    r = admin({"-K", "-I", dir.file("inner.orv")}, "version\n");
+    EXPECT_EQ(0, r.status);
+    EXPECT_TRUE(has(r.out, "md5 = 9001"));
+    EXPECT_TRUE(has(r.out, "version = "));
+}
+
+TEST(Orvadmin, TourRunsClean) {
+    const char *src = std::getenv("ORV_SOURCE_DIR");
+    ASSERT_NE(nullptr, src);
+    Result r = run({ORVADMIN_PATH, "-I", "examples/tour.orv"}, "", src);
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("", r.err);
+    EXPECT_TRUE(has(r.out, "Importing commands from: tour.orv\n"));
+}
+
+TEST(Orvadmin, InteractiveSessionOnTerminal) {
+    if (access("/usr/bin/script", X_OK) != 0) GTEST_SKIP() << "script(1) is not installed";
+    std::string command = std::string(ORVADMIN_PATH) + " -h tty.example";
+    Result r = run({"/usr/bin/script", "-qfec", command, "/dev/null"}, "info\nmd5 abc\nquit\n");
+    EXPECT_EQ(0, r.status) << r.out;
+    EXPECT_TRUE(has(r.out, "orvadmin> host = tty.example\r\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "orvadmin> md5 = 900150983cd24fb0d6963f7d28e17f72\r\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "orvadmin> \r\n\r\n")) << r.out;
+}
+
+}  // namespace
