@@ -20,9 +20,13 @@
  * entry above) is skipped and reported through zolog at level 4 with the file
  * name and line number.
  *
- * Look-ups are O(1) on average. Readers of one cache may run on several
- * threads; config_fetch and config_freecache need the caller's exclusion,
- * except on the default cache, whose reload is safe against readers.
+ * Look-ups are O(1) on average and take no lock. Readers may run on several
+ * threads while one thread runs config_fetch: a fetch builds a new set of
+ * entries and publishes it whole, and the texts of earlier sets stay valid
+ * until config_freecache (a cache keeps every set it has read; reloads are
+ * rare, so this costs little). Two fetches at once, or a fetch racing
+ * config_freecache, need the caller's exclusion; the default cache's reload
+ * provides it.
  */
 #ifndef ORVUTIL_PLATFORM_CONFIG_H
 #define ORVUTIL_PLATFORM_CONFIG_H
@@ -78,9 +82,14 @@ ORV_API void config_freecache(config_cache *cache) ORV_NOEXCEPT;
 /* Registers a read driver. position 0 adds it after the others; a later
  * driver's entries come later in a scan and so win a look-up. 0 or -1. */
 ORV_API int config_adddriver(config_cache *cache, int position, config_readdriver *driver) ORV_NOEXCEPT;
-/* Empties the cache and reads every driver again, in order. 0, or -1 when a
- * driver fails (the cache then holds what the drivers before it read). */
+/* Reads every driver again, in order, into a fresh set of entries that then
+ * replaces the old one. 0, or -1 when a driver fails: the cache then keeps
+ * the entries it had. */
 ORV_API int config_fetch(config_cache *cache) ORV_NOEXCEPT;
+/* Adds one entry (name and nvalues >= 1 values, all copied) after the
+ * others. Read drivers call it from their fetch slot; outside a fetch it adds
+ * to the cache's current entries. 0, or -1 for bad arguments or no memory. */
+ORV_API int config_add_entry(config_cache *cache, const char *name, const char *const *values, int nvalues) ORV_NOEXCEPT;
 /* Calls proc for every entry in order. flags is reserved (pass 0).
  * Returns 0, or the first non-zero result of proc, or -1 for a NULL cache. */
 ORV_API int config_scan_config(config_cache *cache, config_scanproc proc, int flags, void *arg) ORV_NOEXCEPT;
@@ -108,8 +117,9 @@ ORV_API int config_entry_count(config_cache *cache) ORV_NOEXCEPT;
 
 /* The process's default cache: the file "config/orv.conf" under $ORV_HOME,
  * or under the current directory when ORV_HOME is unset. It is read on first
- * use; a missing file gives an empty cache, so every default applies. Never
- * NULL (an empty cache when memory runs out at first use is retried later). */
+ * use; a missing file gives an empty cache, so every default applies. NULL
+ * only when memory runs out at first use (the next call tries again); the
+ * get functions accept a NULL cache and answer their defaults. */
 ORV_API config_cache *config_getdefaultcache(void) ORV_NOEXCEPT;
 /* Names another file for the default cache. Before first use it only sets
  * the path; afterwards it also reloads. 0 or -1 (NULL path). */
