@@ -17,6 +17,7 @@
 #include <prprf.h>
 
 #include "orvutil/platform/zolog.h"
+#include "cal_fileio.hpp"
 
 namespace {
 
@@ -44,9 +45,37 @@ bool same_file(const char *a, const char *b) {
     return ::stat(a, &sa) == 0 && ::stat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
-// Copies exactly `size` bytes from in to out; false on a read error, a short
-// write or a source that ends before `size` bytes.
-bool copy_bytes(PRFileDesc *in, PRFileDesc *out, PRInt64 size) {
+int mkdir_ok(const char *path) { return ::mkdir(path, 0777) == 0 || errno == EEXIST; }
+
+void log_mkdir_failure(const char *path, int err) {
+    errno = err;
+    zolog(0, 3, "%s: Unable to create directory %s: %m", "UTIL", path);
+}
+
+template <typename Fn>
+void for_each_visible_entry(const char *dir, Fn fn) {
+    for (const std::string &name : orvcfg::list_dir(dir, static_cast<PRDirFlags>(PR_SKIP_BOTH | PR_SKIP_HIDDEN)))
+        fn(name.c_str());
+}
+
+}  // namespace
+
+namespace orvcfg {
+
+std::vector<std::string> list_dir(const char *dir, PRDirFlags flags) noexcept {
+    std::vector<std::string> names;
+    PRDir *d = PR_OpenDir(dir);
+    if (d == nullptr) return names;
+    try {
+        for (PRDirEntry *e; (e = PR_ReadDir(d, flags)) != nullptr;) names.emplace_back(e->name);
+    } catch (const std::bad_alloc &) {
+        // Work with the names listed so far.
+    }
+    PR_CloseDir(d);
+    return names;
+}
+
+bool copy_bytes(PRFileDesc *in, PRFileDesc *out, PRInt64 size) noexcept {
     char buf[kCopyChunk];
     PRInt64 remaining = size;
     while (remaining > 0) {
@@ -59,38 +88,7 @@ bool copy_bytes(PRFileDesc *in, PRFileDesc *out, PRInt64 size) {
     return true;
 }
 
-int mkdir_ok(const char *path) { return ::mkdir(path, 0777) == 0 || errno == EEXIST; }
-
-void log_mkdir_failure(const char *path, int err) {
-    errno = err;
-    zolog(0, 3, "%s: Unable to create directory %s: %m", "UTIL", path);
-}
-
-// Opens dir and calls fn(entry name) for each entry but ".", ".." and hidden
-// ones. The entries are listed first, so that fn may delete them.
-template <typename Fn>
-void for_each_visible_entry(const char *dir, Fn fn) {
-    PRDir *d = PR_OpenDir(dir);
-    if (d == nullptr) return;
-    std::string names;
-    try {
-        // NUL-separated list of names.
-        for (PRDirEntry *e; (e = PR_ReadDir(d, static_cast<PRDirFlags>(PR_SKIP_BOTH | PR_SKIP_HIDDEN))) != nullptr;) {
-            names.append(e->name);
-            names.push_back('\0');
-        }
-    } catch (const std::bad_alloc &) {
-        // Work with the names listed so far.
-    }
-    PR_CloseDir(d);
-    for (size_t at = 0; at < names.size();) {
-        const char *name = names.c_str() + at;
-        fn(name);
-        at += std::strlen(name) + 1;
-    }
-}
-
-}  // namespace
+}  // namespace orvcfg
 
 extern "C" {
 
@@ -122,7 +120,7 @@ int calfile_CopyFile(const char *source, const char *destination, int noOverwrit
         PR_Close(in);
         return -1;
     }
-    const bool copied = copy_bytes(in, out, info.size);
+    const bool copied = orvcfg::copy_bytes(in, out, info.size);
     const bool closed_out = PR_Close(out) == PR_SUCCESS;
     PR_Close(in);
     return copied && closed_out ? 0 : -1;

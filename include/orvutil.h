@@ -6,6 +6,7 @@
 
 #include "orvutil/platform/array.h"
 #include "orvutil/platform/config.h"
+#include "orvutil/platform/mee.h"
 #include "orvutil/platform/sys.h"
 #include "orvutil/platform/zolog.h"
 
@@ -16,6 +17,11 @@
 /* Containers and URLs. */
 
 /* Files, configuration, profiling, languages. */
+#include "orvutil/cal_conf.h"
+#include "orvutil/cal_domain.h"
+#include "orvutil/cal_file.h"
+#include "orvutil/cal_i18n.h"
+#include "orvutil/cal_prf.h"
 
 /* Services and processes. */
 
