@@ -22,15 +22,9 @@
 #include "orvutil/cal_file.h"
 #include "orvutil/platform/config.h"
 
-#if __has_include("orvutil/cal_prf.h")
-#include "orvutil/cal_prf.h"
-#define CALCMD_HAVE_PRF 1
-#endif
-#if __has_include("orvutil/platform/mee.h") && __has_include("orvutil/cal_i18n.h")
 #include "orvutil/cal_i18n.h"
+#include "orvutil/cal_prf.h"
 #include "orvutil/platform/mee.h"
-#define CALCMD_HAVE_MEE 1
-#endif
 
 namespace {
 
@@ -68,43 +62,21 @@ PRFileDesc *std_err() { return PR_GetSpecialFD(PR_StandardError); }
 
 // The output descriptor for an output directory: a unique profiling file in
 // it, standard output without one.
-PRFileDesc *open_output(const char *directory) {
-#ifdef CALCMD_HAVE_PRF
-    return calprf_GetUniqueFileDesc(directory, nullptr);
-#else
-    (void)directory;
-    return std_out();
-#endif
-}
+PRFileDesc *open_output(const char *directory) { return calprf_GetUniqueFileDesc(directory, nullptr); }
 
 void start_locale() {
-    int allow8bit = config_get_switch(config_getdefaultcache(), "local.rfc822header.allow8bit", 0);
-#ifdef CALCMD_HAVE_MEE
-    MEE_Initialize(config_msg_getstring, allow8bit);
-#else
-    (void)allow8bit;
-#endif
+    MEE_Initialize(config_msg_getstring,
+                   config_get_switch(config_getdefaultcache(), "local.rfc822header.allow8bit", 0));
 }
 
-int stop_locale() {
-#ifdef CALCMD_HAVE_MEE
-    return MEE_Terminate();
-#else
-    return 0;
-#endif
-}
-
-// Text typed at the prompt, converted from the local character set.
+// Text typed at the prompt, converted from the terminal's character set; a
+// line that does not convert is run as typed.
 std::string local_to_utf8(const std::string &line) {
-#ifdef CALCMD_HAVE_MEE
-    char *converted = MEE_LocalToUTF8(line.c_str());
-    if (converted) {
-        std::string result(converted);
-        PR_Free(converted);
-        return result;
-    }
-#endif
-    return line;
+    char *converted = MEE_LocalToUTF8(-1, line.c_str());
+    if (!converted) return line;
+    std::string result(converted);
+    free(converted);
+    return result;
 }
 
 void print_table(PRFileDesc *fd, const char *const *lines) {
@@ -473,7 +445,7 @@ int calcmd_Exit(calcmd_tool **tool) noexcept {
     }
     if (output_fd && output_fd != std_out()) PR_Close(output_fd);
     output_fd = nullptr;
-    return stop_locale();
+    return MEE_Terminate();
 }
 
 void calcmd_SysErrorExit(calcmd_tool *tool, int errnum) noexcept {

@@ -434,6 +434,22 @@ TEST(CalCmdPrompt, ReadsUntilQuit) {
     close(saved);
 }
 
+TEST(CalCmdOptions, OutputDirectoryGivesProfilingFile) {
+    orvtest::TempDir dir;
+    {
+        Tool tool({"t", "-o", dir.path()});
+        EXPECT_EQ(0, calcmd_Ops(tool.t));
+        EXPECT_NE(PR_GetSpecialFD(PR_StandardOutput), calcmd_GetOutputFileDescriptor());
+        std::string line = "info";
+        CaptureStdout();
+        calcmd_Cmds(tool.t, line.data());
+        EXPECT_EQ("", GetCapturedStdout());
+    }
+    EXPECT_EQ("host = localhost\nport = 80\nadmin = \npassword = \nverbose = off\n",
+              orvtest::read_file(dir.file("calprf0.prf")));
+    EXPECT_EQ(PR_GetSpecialFD(PR_StandardOutput), calcmd_GetOutputFileDescriptor());
+}
+
 TEST(CalCmdSettings, Parsers) {
     struct OnOff {
         const char *text;

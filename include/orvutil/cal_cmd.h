@@ -138,7 +138,9 @@ ORV_API int calcmd_Ops(calcmd_tool *tool) ORV_NOEXCEPT;
  * the prompt when interactive. Returns 0. */
 ORV_API int calcmd_Input(calcmd_tool *tool) ORV_NOEXCEPT;
 /* Prompt loop on standard input; returns 0 only after "quit". End of input
- * does not end it (the prompt is shown again): feed it a "quit". */
+ * does not end it (the prompt is shown again): feed it a "quit". Each line
+ * is converted from the character set of the C locale's LC_CTYPE to UTF-8
+ * (MEE_LocalToUTF8); a line that does not convert is run as typed. */
 ORV_API int calcmd_Prompt(calcmd_tool *tool) ORV_NOEXCEPT;
 /* Runs one command line (modified in place). Returns 1 after "quit", else 0
  * (also when the command failed). */

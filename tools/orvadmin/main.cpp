@@ -8,6 +8,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <clocale>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -28,6 +29,7 @@ const Command commands[] = {
     {"md5", 1, "md5 text", "MD5 digest of the text", cmd_md5},
     {"version", 0, "version", "product and version banner", cmd_version},
     {"setting", 1, "setting name", "a value of the configuration file", cmd_setting},
+    {"conf", 2, "conf list|get|set|del file ...", "list, read, set or delete entries of a file", cmd_conf},
 };
 
 calcmd_tool *the_tool = nullptr;
@@ -133,6 +135,8 @@ bool asks_for_help(int argc, char **argv) {
 }
 
 int run(int argc, char **argv) {
+    // Typed lines are converted from the terminal's character set.
+    std::setlocale(LC_CTYPE, "");
     if (!apply_config_option(argc, argv)) return 64;
     if (calcmd_Init(&the_tool, "orvadmin", "", argc, argv, 0, 0, option, option_help, command, command_help,
                     nullptr, nullptr) != 0) {

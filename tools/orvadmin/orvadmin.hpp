@@ -29,4 +29,7 @@ int cmd_md5(int argc, char **argv);
 int cmd_version(int argc, char **argv);
 int cmd_setting(int argc, char **argv);
 
+// Configuration files (conf_cmds.cpp).
+int cmd_conf(int argc, char **argv);
+
 }  // namespace orvadmin

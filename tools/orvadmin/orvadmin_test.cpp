@@ -190,9 +190,42 @@ TEST(Orvadmin, Scripts) {
     EXPECT_TRUE(has(r.out, "version = "));
 }
 
+TEST(Orvadmin, ConfCommands) {
+    orvtest::TempDir dir;
+    std::string f = dir.file("t.conf");
+    orvtest::write_file(f, "b = 2\na = 1\n");
+    struct Step {
+        std::string line;
+        int status;
+        std::string out, err;
+    };
+    const Step steps[] = {
+        {"conf list " + f, 0, "b = 2\na = 1\n", ""},
+        {"conf get " + f + " A", 0, "A = 1\n", ""},
+        {"conf set " + f + " c \"x y\"", 0, "c = x y\n", ""},
+        {"conf del " + f + " b", 0, "deleted b\n", ""},
+        {"conf list " + f, 0, "a = 1\nc = x y\n", ""},
+        {"conf del " + f + " b", 1, "", "conf: b is not set in " + f + "\n"},
+        {"conf get " + f + " b", 1, "", "conf: b is not set in " + f + "\n"},
+        {"conf set " + f + " #x 1", 1, "", "conf: #x cannot be written as a name\n"},
+        {"conf list " + dir.file("none"), 1, "", "conf: cannot read " + dir.file("none") + "\n"},
+        {"conf move " + f, 1, "", "conf: usage: conf list|get|set|del file [name [value]]\n"},
+        {"conf get " + f, 1, "", "conf: usage: conf list|get|set|del file [name [value]]\n"},
+    };
+    for (const auto &s : steps) {
+        SCOPED_TRACE(s.line);
+        Result r = admin({}, s.line + "\n");
+        EXPECT_EQ(s.status, r.status);
+        EXPECT_EQ(s.out, r.out);
+        EXPECT_TRUE(has(r.err, s.err)) << r.err;
+    }
+    // Written back sorted, whole, with the value quoted.
+    EXPECT_EQ("a = 1\nc = \"x y\"\n", orvtest::read_file(f));
+}
+
 TEST(Orvadmin, TourRunsClean) {
     const char *src = std::getenv("ORV_SOURCE_DIR");
-    ASSERT_NE(nullptr, src);
+    if (!src) src = ORV_SOURCE_TREE;
     Result r = run({ORVADMIN_PATH, "-I", "examples/tour.orv"}, "", src);
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ("", r.err);
