@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "orvutil/cal_time.h"
+TEST(Time, Build) {}
