@@ -64,6 +64,28 @@ int format_time(time_t t, char *buf, PRUint32 size, const char *format, Zone zon
 // ---------------------------------------------------------------------------
 // Date-time validation
 
+// Reads exactly width characters as an unsigned decimal number into value:
+// 0, or 2 (value untouched) for a non-digit or a number beyond INT_MAX. The
+// string is read in place, never modified; a short string stops at its
+// terminator, which is not a digit.
+inline int read_digits(const char *s, int width, int &value) {
+    int sum = 0;
+    for (int i = 0; i < width; ++i) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        if (!orv::ascii_isdigit(c)) return 2;
+        const int digit = c - '0';
+        if (sum > (INT_MAX - digit) / 10) return 2;
+        sum = sum * 10 + digit;
+    }
+    value = sum;
+    return 0;
+}
+
+inline bool exceeds_month(int year, int month, int day) {
+    const int *lengths = (year & 3) == 0 ? cal_time_DAYS_IN_MONTH_LEAP : cal_time_DAYS_IN_MONTH;
+    return month < 1 || month > 12 || day > lengths[month - 1];
+}
+
 struct DateFields {
     int year = 0;
     int month = 0;
@@ -79,7 +101,7 @@ struct DateFields {
 bool read_date_fields(const char *s, size_t len, DateFields &f, int &date_only) {
     int error = 0;
     auto field = [&](size_t at, int width, int &value) {
-        error |= cal_time_atoi_size(const_cast<char *>(s + at), width, &value);
+        error |= read_digits(s + at, width, value);
     };
     date_only = 0;
     if (len == 8) {
@@ -98,7 +120,27 @@ bool read_date_fields(const char *s, size_t len, DateFields &f, int &date_only) 
     // Other lengths leave month at 0, which fails here.
     if (f.month < 1 || f.month > 12 || f.day < 1 || f.day > 31 || f.hour > 23 || f.minute > 59 || f.second > 59)
         error = 1;
-    return error == 0 && checkNumberOfDaysHelper(f.year, f.month, f.day) == 0;
+    return error == 0 && !exceeds_month(f.year, f.month, f.day);
+}
+
+// The conversion behind every string-to-time_t entry point.
+int convert_date(const char *s, time_t *t, int *isDateOnly, bool forceUtc) {
+    if (s == nullptr || t == nullptr || isDateOnly == nullptr) return 1;
+    const size_t len = std::strlen(s);
+    DateFields f;
+    if (!read_date_fields(s, len, f, *isDateOnly)) return 2;
+    struct tm tm{};
+    tm.tm_year = f.year - 1900;
+    tm.tm_mon = f.month - 1;
+    tm.tm_mday = f.day;
+    tm.tm_hour = f.hour;
+    tm.tm_min = f.minute;
+    tm.tm_sec = f.second;
+    // Standard time on purpose: callers rely on a summer-time wall clock
+    // being read as standard time.
+    tm.tm_isdst = 0;
+    *t = forceUtc || (len == 16 && s[15] == 'Z') ? mkgmtime(&tm) : mktime(&tm);
+    return 0;
 }
 
 // ---------------------------------------------------------------------------
@@ -112,7 +154,7 @@ bool read_duration_part(const char *begin, const char *end, const char *designat
         const char *at = std::find(cur, end, designators[i]);
         if (at == end) continue;
         if (at - cur > INT_MAX) return false;
-        if (cal_time_atoi_size(const_cast<char *>(cur), static_cast<int>(at - cur), fields[i]) != 0) return false;
+        if (read_digits(cur, static_cast<int>(at - cur), *fields[i]) != 0) return false;
         cur = at + 1;
     }
     return cur == end;
@@ -129,7 +171,7 @@ bool parse_duration(const char *s, duration &r) {
 
     if (const char *w = std::strchr(s, 'W'); w != nullptr) {
         if (w != end - 1 || w - p > INT_MAX) return false;
-        return cal_time_atoi_size(const_cast<char *>(p), static_cast<int>(w - p), &r.weeks) == 0;
+        return read_digits(p, static_cast<int>(w - p), r.weeks) == 0;
     }
     const char *t = std::strchr(s, 'T');
     int *const date_fields[3] = {&r.years, &r.months, &r.days};
@@ -171,7 +213,7 @@ public:
     // Reads the digits back as UTC.
     bool reread() {
         int date_only;
-        return cal_time_datez_to_timet_helper(text_, &t_, &date_only, 1) == 0;
+        return convert_date(text_, &t_, &date_only, true) == 0;
     }
     // Adds by the calendar and rewrites the digits.
     bool add(const duration &step) {
@@ -248,24 +290,11 @@ int cal_time_getModifier(const char *s) noexcept {
 
 int cal_time_atoi_size(char *s, int size, int *out) noexcept {
     if (s == nullptr || out == nullptr || size < 0) return 1;
-    // Digits are read in place: the string is never modified, and a short
-    // string stops at its terminator, which is not a digit.
-    int value = 0;
-    for (int i = 0; i < size; ++i) {
-        const unsigned char c = static_cast<unsigned char>(s[i]);
-        if (!orv::ascii_isdigit(c)) return 2;
-        const int digit = c - '0';
-        if (value > (INT_MAX - digit) / 10) return 2;
-        value = value * 10 + digit;
-    }
-    *out = value;
-    return 0;
+    return read_digits(s, size, *out);
 }
 
 int checkNumberOfDaysHelper(int year, int month, int day) noexcept {
-    if (month < 1 || month > 12) return 1;
-    const int *lengths = (year & 3) == 0 ? cal_time_DAYS_IN_MONTH_LEAP : cal_time_DAYS_IN_MONTH;
-    return day > lengths[month - 1] ? 1 : 0;
+    return exceeds_month(year, month, day) ? 1 : 0;
 }
 
 int cal_time_isValidDateOrDateTimeString(char *s) noexcept {
@@ -280,30 +309,15 @@ int cal_time_isValidDateOnlyString(char *s) noexcept {
 }
 
 int cal_time_datez_to_timet_helper(char *s, time_t *t, int *isDateOnly, int forceUtc) noexcept {
-    if (s == nullptr || t == nullptr || isDateOnly == nullptr) return 1;
-    const size_t len = std::strlen(s);
-    DateFields f;
-    if (!read_date_fields(s, len, f, *isDateOnly)) return 2;
-    struct tm tm{};
-    tm.tm_year = f.year - 1900;
-    tm.tm_mon = f.month - 1;
-    tm.tm_mday = f.day;
-    tm.tm_hour = f.hour;
-    tm.tm_min = f.minute;
-    tm.tm_sec = f.second;
-    // Standard time on purpose: callers rely on a summer-time wall clock
-    // being read as standard time.
-    tm.tm_isdst = 0;
-    *t = forceUtc != 0 || (len == 16 && s[15] == 'Z') ? mkgmtime(&tm) : mktime(&tm);
-    return 0;
+    return convert_date(s, t, isDateOnly, forceUtc != 0);
 }
 
 int cal_time_datez_to_timet(char *s, time_t *t, int *isDateOnly) noexcept {
-    return cal_time_datez_to_timet_helper(s, t, isDateOnly, 0);
+    return convert_date(s, t, isDateOnly, false);
 }
 
 int cal_time_datez_to_gmt_timet(char *s, time_t *t, int *isDateOnly) noexcept {
-    return cal_time_datez_to_timet_helper(s, t, isDateOnly, 1);
+    return convert_date(s, t, isDateOnly, true);
 }
 
 // ---------------------------------------------------------------------------
@@ -385,7 +399,7 @@ int cal_addLogicalDurationToLocalISO(char *durationText, char *localIso, time_t 
         return 1;
     time_t start;
     int date_only;
-    if (cal_time_datez_to_timet_helper(localIso, &start, &date_only, 1) != 0) return 2;
+    if (convert_date(localIso, &start, &date_only, true) != 0) return 2;
     LogicalSum sum(start);
     sum.seed(localIso);
 
