@@ -135,6 +135,13 @@ TEST(Durations, ParseAcceptsAndRejects) {
         EXPECT_TRUE(same(d, duration{9, 9, 9, 9, 9, 9, 9, 2})) << s;
     }
     EXPECT_EQ(cal_time_buf_to_duration(const_cast<char *>("P1D"), nullptr), 1);
+    // Every prefix: valid exactly when at least 3 long and ending on a designator.
+    const std::string full = "-P1Y2M3DT4H5M6S";
+    for (size_t len = 0; len <= full.size(); ++len) {
+        std::string s = full.substr(0, len);
+        duration d{};
+        EXPECT_EQ(cal_time_buf_to_duration(s.data(), &d) == 0, len >= 3 && std::strchr("YMDTHS", s.back())) << s;
+    }
 }
 
 TEST(Durations, WriterAndDifference) {
