@@ -25,6 +25,10 @@ namespace {
 
 // Adding a command: one entry here and one function.
 const Command commands[] = {
+    {"when", 1, "when datetime", "a date or date-time as UTC and local instants", cmd_when},
+    {"dur", 1, "dur duration", "a duration read and written again", cmd_dur},
+    {"add", 2, "add duration datetime", "a duration added by the calendar", cmd_add},
+    {"period", 1, "period start/end|start/dur", "a period's parts and validity", cmd_period},
     {"guid", 0, "guid", "a new GUID as 64 hex digits", cmd_guid},
     {"md5", 1, "md5 text", "MD5 digest of the text", cmd_md5},
     {"version", 0, "version", "product and version banner", cmd_version},

@@ -29,6 +29,12 @@ int cmd_md5(int argc, char **argv);
 int cmd_version(int argc, char **argv);
 int cmd_setting(int argc, char **argv);
 
+// Dates, durations and periods (time_cmds.cpp).
+int cmd_when(int argc, char **argv);
+int cmd_dur(int argc, char **argv);
+int cmd_add(int argc, char **argv);
+int cmd_period(int argc, char **argv);
+
 // Configuration files (conf_cmds.cpp).
 int cmd_conf(int argc, char **argv);
 

@@ -190,6 +190,36 @@ TEST(Orvadmin, Scripts) {
     EXPECT_TRUE(has(r.out, "version = "));
 }
 
+TEST(Orvadmin, TimeCommands) {
+    orvtest::ScopedEnv tz("TZ", "EST5");
+    struct Case {
+        const char *line;
+        int status;
+        const char *out;
+    };
+    const Case cases[] = {
+        {"when 20050209T101500", 0, "kind = date-time\nutc = 1107944100 20050209T101500Z\n"
+                                    "local = 1107962100 20050209T101500\n"},
+        {"when 20050209", 0, "kind = date\nutc = 1107907200 20050209\nlocal = 1107925200 20050209\n"},
+        {"when 20050230", 1, ""},
+        {"dur +P0Y2M", 0, "duration = P2MT\n"},
+        {"dur P1W2D", 1, ""},
+        {"add P1M 20040131T100000", 0, "result = 20040229T100000\n"},
+        {"add P1M 2004", 1, ""},
+        {"period 20050209T101500Z/PT1H", 0, "start = 1107944100 20050209T101500Z\nduration = PT1H\nvalid = yes\n"},
+        {"period 20050210T101500Z/20050209T101500Z", 1,
+         "start = 1108030500 20050210T101500Z\nend = 1107944100 20050209T101500Z\nvalid = no\n"},
+        {"period x", 1, ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        Result r = admin({}, std::string(c.line) + "\n");
+        EXPECT_EQ(c.status, r.status);
+        EXPECT_EQ(c.out, r.out);
+        EXPECT_EQ(c.status != 0, !r.err.empty()) << r.err;
+    }
+}
+
 TEST(Orvadmin, ConfCommands) {
     orvtest::TempDir dir;
     std::string f = dir.file("t.conf");
