@@ -502,13 +502,6 @@ TEST(CalCmdSettings, SettersAndStrings) {
     EXPECT_EQ("You must provide a output directory\n", GetCapturedStderr());
     EXPECT_EQ(1, index);
 
-    char *s = nullptr;
-    EXPECT_EQ(0, calcmd_ReplaceString(&s, "a"));
-    EXPECT_EQ(0, calcmd_ReplaceString(&s, "b"));
-    EXPECT_STREQ("b", s);
-    calcmd_FreeString(&s);
-    EXPECT_EQ(nullptr, s);
-
     tool.run("cmd one two");
     EXPECT_EQ(0, calcmd_CheckArgs(tool.t, 2));
     EXPECT_EQ(1, calcmd_CheckArgs(tool.t, 3));
