@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,65 +20,35 @@ struct Result {
     std::string out, err;
 };
 
-// Runs argv with input on standard input; kills it after 20 seconds.
+// Runs args with input on standard input and its outputs in files; killed
+// after 20 seconds.
 Result run(std::vector<std::string> args, const std::string &input = "", const std::string &cwd = "") {
-    int in[2], out[2], err[2];
-    EXPECT_EQ(0, pipe(in));
-    EXPECT_EQ(0, pipe(out));
-    EXPECT_EQ(0, pipe(err));
+    orvtest::TempDir dir;
+    orvtest::write_file(dir.file("in"), input);
+    std::vector<char *> argv;
+    for (auto &a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
-        dup2(in[0], 0);
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(fd);
+        int fds[] = {open(dir.file("in").c_str(), O_RDONLY), open(dir.file("out").c_str(), O_WRONLY | O_CREAT, 0600),
+                     open(dir.file("err").c_str(), O_WRONLY | O_CREAT, 0600)};
+        for (int i = 0; i < 3; ++i) dup2(fds[i], i);
         if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
-        std::vector<char *> argv;
-        for (auto &a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
-    signal(SIGPIPE, SIG_IGN);
-    size_t written = 0;
-    if (input.empty()) close(in[1]);
-    Result r;
+    int st = 0;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    bool out_open = true, err_open = true, in_open = !input.empty();
-    while (out_open || err_open) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
+    while (waitpid(pid, &st, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
             kill(pid, SIGKILL);
+            waitpid(pid, &st, 0);
             break;
         }
-        pollfd fds[3] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}, {in_open ? in[1] : -1, POLLOUT, 0}};
-        if (poll(fds, 3, static_cast<int>(left.count())) < 0) continue;
-        char buf[65536];
-        for (int i = 0; i < 2; ++i) {
-            if (!(fds[i].revents & (POLLIN | POLLHUP))) continue;
-            ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n <= 0) (i == 0 ? out_open : err_open) = false;
-            else (i == 0 ? r.out : r.err).append(buf, static_cast<size_t>(n));
-        }
-        if (in_open && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
-            ssize_t n = write(in[1], input.data() + written, input.size() - written);
-            if (n > 0) written += static_cast<size_t>(n);
-            if (n <= 0 || written == input.size()) {
-                close(in[1]);
-                in_open = false;
-            }
-        }
+        usleep(10000);
     }
-    if (in_open) close(in[1]);
-    close(out[0]);
-    close(err[0]);
-    int st = 0;
-    waitpid(pid, &st, 0);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return r;
+    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, orvtest::read_file(dir.file("out")),
+            orvtest::read_file(dir.file("err"))};
 }
 
 Result admin(std::vector<std::string> args, const std::string &input = "") {
