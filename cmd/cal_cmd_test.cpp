@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -448,6 +449,12 @@ TEST(CalCmdOptions, OutputDirectoryGivesProfilingFile) {
     EXPECT_EQ("host = localhost\nport = 80\nadmin = \npassword = \nverbose = off\n",
               orvtest::read_file(dir.file("calprf0.prf")));
     EXPECT_EQ(PR_GetSpecialFD(PR_StandardOutput), calcmd_GetOutputFileDescriptor());
+}
+
+TEST(CalCmdExitDeathTest, SysErrorExitPrintsAndEndsWithOne) {
+    Tool tool({"t"});
+    EXPECT_EXIT(calcmd_SysErrorExit(tool.t, ENOENT), testing::ExitedWithCode(1),
+                "^tool: No such file or directory\n$");
 }
 
 TEST(CalCmdSettings, Parsers) {
