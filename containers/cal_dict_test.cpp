@@ -326,14 +326,15 @@ TEST(Dict, Crc32MatchesTheBitwiseDefinition) {
     EXPECT_EQ(caldict_get_CRC32(d), 0xCBF43926u);
     free_all(d);
 
-    // Lengths around the 8-byte stride, every byte value, NULL values skipped.
+    // Lengths around the 8-byte stride and the 16- and 64-byte blocks, every
+    // byte value, NULL values skipped.
     std::mt19937 rng(3);
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 200; ++round) {
         d = caldict_create();
         std::string all;
         for (int i = 0; i < 1 + round % 7; ++i) {
             std::string name = "n" + std::to_string(i);
-            std::string value(rng() % 40, 'x');
+            std::string value(rng() % (round < 100 ? 40 : 300), 'x');
             for (auto &ch : value) ch = static_cast<char>(1 + rng() % 255);
             const bool null_value = rng() % 5 == 0;
             caldict_add(d, name.c_str(), null_value ? nullptr : strdup(value.c_str()), 1);

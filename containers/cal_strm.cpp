@@ -1,12 +1,14 @@
 // Growable byte buffer with a small printf.
 #include "orvutil/cal_strm.h"
 
+#include <charconv>
 #include <climits>
 #include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "orv/ascii.hpp"
 
 namespace {
 
@@ -34,6 +36,16 @@ bool write_bytes(calstrm *s, const void *data, size_t n) {
     s->length += count;
     s->position += count;
     return true;
+}
+
+// Writes value in the base as printf's d/u/o/x/X would; returns the length.
+template <typename T>
+size_t format_number(char (&out)[32], T value, int base, bool upper) {
+    const auto result = std::to_chars(out, out + sizeof out, value, base);
+    const auto len = static_cast<size_t>(result.ptr - out);
+    if (upper)
+        for (size_t i = 0; i < len; ++i) out[i] = static_cast<char>(orv::ascii_toupper(static_cast<unsigned char>(out[i])));
+    return len;
 }
 
 }  // namespace
@@ -96,25 +108,26 @@ int calstrm_printf(calstrm *stream, const char *format, ...) noexcept {
         if (literal > 0) ok = write_bytes(stream, p, literal);
         if (pct == nullptr || !ok) break;
         p = pct + 1;
-        int len = 0;
+        size_t len = 0;
         switch (*p++) {
         case '%':
-            ok = write_bytes(stream, "%", 1);
-            continue;
+            scratch[0] = '%';
+            len = 1;
+            break;
         case 'd':
-            len = std::snprintf(scratch, sizeof scratch, "%d", va_arg(ap, int));
+            len = format_number(scratch, va_arg(ap, int), 10, false);
             break;
         case 'u':
-            len = std::snprintf(scratch, sizeof scratch, "%u", va_arg(ap, unsigned));
+            len = format_number(scratch, va_arg(ap, unsigned), 10, false);
             break;
         case 'x':
-            len = std::snprintf(scratch, sizeof scratch, "%x", va_arg(ap, unsigned));
+            len = format_number(scratch, va_arg(ap, unsigned), 16, false);
             break;
         case 'X':
-            len = std::snprintf(scratch, sizeof scratch, "%X", va_arg(ap, unsigned));
+            len = format_number(scratch, va_arg(ap, unsigned), 16, true);
             break;
         case 'o':
-            len = std::snprintf(scratch, sizeof scratch, "%o", va_arg(ap, unsigned));
+            len = format_number(scratch, va_arg(ap, unsigned), 8, false);
             break;
         case 'c':
             scratch[0] = static_cast<char>(va_arg(ap, int));
@@ -127,26 +140,25 @@ int calstrm_printf(calstrm *stream, const char *format, ...) noexcept {
             continue;
         }
         case 'l': {
+            // The letter after 'l' is consumed whatever it is.
             const char letter = *p;
             if (letter == '\0') std::abort();
             ++p;
             if (letter == 'u')
-                len = std::snprintf(scratch, sizeof scratch, "%lu", va_arg(ap, unsigned long));
+                len = format_number(scratch, va_arg(ap, unsigned long), 10, false);
             else if (letter == 'o')
-                len = std::snprintf(scratch, sizeof scratch, "%lo", va_arg(ap, unsigned long));
-            else if (letter == 'x')
-                len = std::snprintf(scratch, sizeof scratch, "%lx", va_arg(ap, unsigned long));
-            else if (letter == 'X')
-                len = std::snprintf(scratch, sizeof scratch, "%lX", va_arg(ap, unsigned long));
+                len = format_number(scratch, va_arg(ap, unsigned long), 8, false);
+            else if (letter == 'x' || letter == 'X')
+                len = format_number(scratch, va_arg(ap, unsigned long), 16, letter == 'X');
             else
-                len = std::snprintf(scratch, sizeof scratch, "%ld", va_arg(ap, long));
+                len = format_number(scratch, va_arg(ap, long), 10, false);
             break;
         }
         default:
             // Format strings are fixed in the code: anything else is a bug.
             std::abort();
         }
-        ok = write_bytes(stream, scratch, static_cast<size_t>(len));
+        ok = write_bytes(stream, scratch, len);
     }
     va_end(ap);
     return ok ? static_cast<int>(stream->length - start) : -1;
