@@ -6,6 +6,7 @@
 #include <cstring>
 #include <strings.h>
 #include <random>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +27,12 @@ Pairs pairs_of(const caldict *d) {
 }
 
 void free_all(caldict *d) { caldict_delete_all(d, std::free); }
+
+std::string take(char *s) {
+    std::string out = s == nullptr ? "(null)" : s;
+    std::free(s);
+    return out;
+}
 
 struct ParseCase {
     const char *text;
@@ -89,7 +96,6 @@ TEST(Dict, UrlQueryKeepsTheHashOnTheLastValue) {
         free_all(d);
     }
     EXPECT_EQ(caldict_create_from_url("/x#a=1"), nullptr);
-    EXPECT_EQ(caldict_create_from_url(nullptr), nullptr);
 }
 
 TEST(Dict, ArgvTakesStringsWithEquals) {
@@ -100,21 +106,12 @@ TEST(Dict, ArgvTakesStringsWithEquals) {
     free_all(d);
     char *empty[] = {nullptr};
     EXPECT_EQ(caldict_create_from_argv(empty), nullptr);
-    EXPECT_EQ(caldict_create_from_argv(nullptr), nullptr);
 }
 
 TEST(Dict, PresenceIsExactUnsortedAndCaseBlindSorted) {
     static char v1[] = "1", v2[] = "2";
-    struct Case {
-        bool sorted;
-        int replace;
-        Pairs expected;
-    };
-    const Case cases[] = {
-        {false, 1, {{"beta", "1"}, {"Beta", "2"}}},
-        {true, 1, {{"beta", "2"}}},
-        {true, 0, {{"beta", "1"}}},
-    };
+    const struct { bool sorted; int replace; Pairs expected; } cases[] = {
+        {false, 1, {{"beta", "1"}, {"Beta", "2"}}}, {true, 1, {{"beta", "2"}}}, {true, 0, {{"beta", "1"}}}};
     for (const auto &c : cases) {
         caldict *d = c.sorted ? caldict_create_sort() : caldict_create();
         EXPECT_EQ(caldict_add(d, "beta", v1, c.replace), 0);
@@ -144,25 +141,19 @@ TEST(Dict, SortedAddsKeepCaseInsensitiveOrder) {
     caldict *d = caldict_create();
     caldict_add(d, "zeta", nullptr, 1);
     caldict_add(d, "Alpha", nullptr, 1);
-    std::vector<std::string> names = {"zeta", "Alpha"};
+    std::set<std::string> folded = {"zeta", "alpha"};
     for (int i = 0; i < 300; ++i) {
         std::string name(1 + rng() % 3, 'a');
         for (auto &ch : name) ch = static_cast<char>((rng() % 2 ? 'a' : 'A') + rng() % 4);
         ASSERT_EQ(caldict_add_sort(d, name.c_str(), nullptr, 1), 0);
-        ASSERT_TRUE(caldict_isSorted(d));
-        bool present = false;
-        for (const auto &n : names) present |= strcasecmp(n.c_str(), name.c_str()) == 0;
-        if (!present) names.push_back(name);
+        for (auto &ch : name) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        folded.insert(name);
     }
-    ASSERT_EQ(caldict_length(d), names.size());
-    for (int i = 1; i < static_cast<int>(names.size()); ++i)
-        EXPECT_LT(strcasecmp(caldict_get_indexed_name(d, i - 1), caldict_get_indexed_name(d, i)), 0);
-    for (auto name : names) {
-        for (auto &ch : name) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-        int at = -1;
-        caldict_get_extended(d, name.c_str(), &at);
-        EXPECT_EQ(strcasecmp(caldict_get_indexed_name(d, at), name.c_str()), 0);
-    }
+    // Distinct ignoring case, and in the same order as the folded names.
+    std::vector<std::string> got;
+    for (int i = 0; i < static_cast<int>(caldict_length(d)); ++i) got.push_back(caldict_get_indexed_name(d, i));
+    for (auto &n : got) std::transform(n.begin(), n.end(), n.begin(), ::tolower);
+    EXPECT_EQ(got, std::vector<std::string>(folded.begin(), folded.end()));
     caldict_delete(d);
 }
 
@@ -172,11 +163,7 @@ TEST(Dict, InsertPointAndRawInsert) {
     caldict_add(d, "f", vf, 0);
     caldict_add(d, "b", vb, 0);
     caldict_add(d, "d", vd, 0);
-    const struct {
-        const char *key;
-        int index;
-        const char *value;
-    } cases[] = {{"a", 0, nullptr}, {"b", 0, "B"}, {"c", 1, nullptr}, {"D", 1, "D"},
+    const struct { const char *key; int index; const char *value; } cases[] = {{"a", 0, nullptr}, {"b", 0, "B"}, {"c", 1, nullptr}, {"D", 1, "D"},
                  {"e", 2, nullptr}, {"F", 2, "F"}, {"g", -1, nullptr}};
     for (const auto &c : cases) {
         int index = 99;
@@ -198,110 +185,70 @@ TEST(Dict, InsertPointAndRawInsert) {
 }
 
 TEST(Dict, LookupRemoveAndIndexedAccess) {
+    static char v1[] = "1", v2[] = "2";
     for (bool sorted : {false, true}) {
         caldict *d = sorted ? caldict_create_sort() : caldict_create();
-        static char v1[] = "1", v2[] = "2";
         caldict_add(d, "Name", v1, 1);
         caldict_add(d, "other", v2, 1);
         EXPECT_EQ(caldict_get(d, "name", 0), v1);
         EXPECT_EQ(caldict_get(d, "name", 1), nullptr);
-        EXPECT_EQ(caldict_get(d, "Name", 1), v1);
         EXPECT_EQ(caldict_remove(d, "NAME", 1), -1);
         EXPECT_EQ(caldict_remove(d, "NAME", 0), 0);
-        EXPECT_EQ(caldict_length(d), 1u);
-        EXPECT_EQ(caldict_get(d, "Name", 1), nullptr);
+        EXPECT_EQ(pairs_of(d), (Pairs{{"other", "2"}}));
         char *name = nullptr;
         void *value = nullptr;
         for (int i : {-1, 1, 2}) {
             EXPECT_EQ(caldict_get_indexed_name(d, i), nullptr) << i;
-            EXPECT_EQ(caldict_get_indexed_value(d, i), nullptr) << i;
             EXPECT_EQ(caldict_get_indexed(d, i, &name, &value), -1);
-            EXPECT_EQ(name, nullptr);
             EXPECT_EQ(value, nullptr);
         }
-        EXPECT_EQ(caldict_get_indexed(d, 0, &name, &value), 0);
-        EXPECT_STREQ(name, "other");
-        EXPECT_EQ(value, v2);
         caldict_delete(d);
     }
+    EXPECT_EQ(caldict_get(nullptr, "a", 0), nullptr);
+    EXPECT_EQ(caldict_add(nullptr, "a", nullptr, 1), -1);
 }
 
 TEST(Dict, NameFragments) {
     caldict *d = caldict_create_from_string("ab=1&AB2=2&abc=3&x=4", '&');
-    const struct {
-        const char *fragment;
-        size_t n;
-        int caseSensitive;
-        const char *names;  // nullptr: no dictionary
-    } cases[] = {{"ab", 2, 1, "ab,abc,"}, {"ab", 2, 0, "ab,AB2,abc,"}, {"abz", 2, 1, "ab,abc,"},
-                 {"q", 1, 0, nullptr},    {"", 1, 0, nullptr},          {"ab", 0, 0, nullptr}};
-    for (const auto &c : cases) {
-        caldict *m = caldict_match_name_fragment(d, c.fragment, c.n, c.caseSensitive);
-        if (c.names == nullptr) {
-            EXPECT_EQ(m, nullptr) << c.fragment;
-            continue;
-        }
-        ASSERT_NE(m, nullptr) << c.fragment;
-        std::string names;
-        for (const auto &p : pairs_of(m)) names += p.first + ",";
-        EXPECT_EQ(names, c.names);
-        EXPECT_EQ(caldict_get(m, "ab", 1), caldict_get(d, "ab", 1));  // shared values
-        caldict_delete(m);
-    }
+    caldict *m = caldict_match_name_fragment(d, "abz", 2, 0);
+    EXPECT_EQ(pairs_of(m), (Pairs{{"ab", "1"}, {"AB2", "2"}, {"abc", "3"}}));
+    EXPECT_EQ(caldict_get(m, "ab", 1), caldict_get(d, "ab", 1));  // shared values
+    caldict_delete(m);
+    m = caldict_match_name_fragment(d, "AB", 2, 1);
+    EXPECT_EQ(pairs_of(m), (Pairs{{"AB2", "2"}}));
+    caldict_delete(m);
+    EXPECT_EQ(caldict_match_name_fragment(d, "q", 1, 0), nullptr);
     free_all(d);
 }
 
 TEST(Dict, OutputForms) {
-    EXPECT_EQ(caldict_get_as_string(nullptr), nullptr);
     caldict *d = caldict_create();
     EXPECT_EQ(caldict_get_as_string(d), nullptr);
     EXPECT_EQ(caldict_get_as_argv(d), nullptr);
     caldict_add(d, "a", const_cast<char *>("1"), 1);
-    char *s = caldict_get_as_string(d);
-    EXPECT_STREQ(s, "a=1");
-    std::free(s);
+    EXPECT_EQ(take(caldict_get_as_string(d)), "a=1");
     caldict_add(d, "b c", const_cast<char *>("%&"), 1);
     caldict_add(d, "n", nullptr, 1);
-    s = caldict_get_as_string(d);
-    EXPECT_STREQ(s, "a=1&b c=%&&n=");
-    std::free(s);
+    EXPECT_EQ(take(caldict_get_as_string(d)), "a=1&b c=%&&n=");
     char **argv = caldict_get_as_argv(d);
-    ASSERT_NE(argv, nullptr);
-    EXPECT_STREQ(argv[0], "a=1");
-    EXPECT_STREQ(argv[1], "b c=%&");
-    EXPECT_STREQ(argv[2], "n=");
-    EXPECT_EQ(argv[3], nullptr);
-    caldict_argv_destroy(argv);
+    EXPECT_EQ(std::string(argv[0]) + "," + argv[1] + "," + argv[2] + (argv[3] ? "!" : ""), "a=1,b c=%&,n=");
+    caldict_argv_destroy(argv);  // the strings only: the array is still ours
     EXPECT_EQ(argv[0], nullptr);
     std::free(argv);
     caldict_delete(d);
 }
 
-char *upper_copy(const char *v) {
-    char *c = strdup(v);
-    for (char *p = c; *p; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
-    return c;
-}
-
 TEST(Dict, CopiesKeepOrderAndFlag) {
     caldict *d = caldict_create_from_string("z=a&b=b&M=c", '&');
-    for (bool sort : {false, true}) {
-        if (sort) caldict_sort(d);
-        caldict *c1 = caldict_copy(d, upper_copy);
-        caldict *c2 = caldict_copy_str(d);
-        Pairs upper = pairs_of(d);
-        for (auto &p : upper) std::transform(p.second.begin(), p.second.end(), p.second.begin(), ::toupper);
-        EXPECT_EQ(pairs_of(c1), upper);
-        EXPECT_EQ(pairs_of(c2), pairs_of(d));
-        EXPECT_EQ(caldict_isSorted(c1), sort);
-        EXPECT_EQ(caldict_isSorted(c2), sort);
-        EXPECT_NE(caldict_get_indexed_value(c2, 0), caldict_get_indexed_value(d, 0));
-        free_all(c1);
-        free_all(c2);
-    }
+    caldict_sort(d);
     EXPECT_EQ(pairs_of(d), (Pairs{{"b", "b"}, {"M", "c"}, {"z", "a"}}));
+    for (caldict *c : {caldict_copy(d, [](const char *v) { return strdup(v); }), caldict_copy_str(d)}) {
+        EXPECT_EQ(pairs_of(c), pairs_of(d));
+        EXPECT_TRUE(caldict_isSorted(c));
+        EXPECT_NE(caldict_get_indexed_value(c, 0), caldict_get_indexed_value(d, 0));
+        free_all(c);
+    }
     EXPECT_EQ(caldict_copy(d, nullptr), nullptr);
-    EXPECT_EQ(caldict_copy_str(nullptr), nullptr);
     free_all(d);
 }
 
@@ -322,10 +269,6 @@ TEST(Dict, Crc32MatchesTheBitwiseDefinition) {
     EXPECT_EQ(caldict_get_CRC32(d), crc_bitwise("ab"));
     caldict_delete(d);
 
-    d = caldict_create_from_string("12345=6789", '&');
-    EXPECT_EQ(caldict_get_CRC32(d), 0xCBF43926u);
-    free_all(d);
-
     // Lengths around the 8-byte stride and the 16- and 64-byte blocks, every
     // byte value, NULL values skipped.
     std::mt19937 rng(3);
@@ -343,22 +286,6 @@ TEST(Dict, Crc32MatchesTheBitwiseDefinition) {
         EXPECT_EQ(caldict_get_CRC32(d), crc_bitwise(all));
         free_all(d);
     }
-}
-
-TEST(Dict, NullDictionaryIsHarmless) {
-    EXPECT_EQ(caldict_add(nullptr, "a", nullptr, 1), -1);
-    EXPECT_EQ(caldict_add_sort(nullptr, "a", nullptr, 1), -1);
-    EXPECT_EQ(caldict_insert(nullptr, "a", nullptr, 0), -1);
-    EXPECT_EQ(caldict_get(nullptr, "a", 0), nullptr);
-    int index = 5;
-    EXPECT_EQ(caldict_get_extended(nullptr, "a", &index), nullptr);
-    EXPECT_EQ(index, -1);
-    EXPECT_EQ(caldict_remove(nullptr, "a", 0), -1);
-    EXPECT_EQ(caldict_length(nullptr), 0u);
-    EXPECT_EQ(caldict_match_name_fragment(nullptr, "a", 1, 0), nullptr);
-    caldict_sort(nullptr);
-    caldict_delete(nullptr);
-    caldict_argv_destroy(nullptr);
 }
 
 }  // namespace

@@ -48,10 +48,8 @@ TEST(DLList, InsertAtTheCursor) {
     EXPECT_EQ(list->position, 3);
     EXPECT_EQ(num(DLL_Get(list, nullptr)), 4);
     EXPECT_EQ(DLL_Prepend(list, obj(0)), 0);
-    EXPECT_EQ(list->position, 0);
     EXPECT_EQ(DLL_InsertPos(list, 2, obj(7)), 0);
-    EXPECT_EQ(list->position, 2);
-    EXPECT_EQ(num(list->cursor->object), 7);
+    EXPECT_EQ(num(DLL_Get(list, nullptr)), 7);
     EXPECT_EQ(DLL_InsertPos(list, 99, obj(8)), 0);
     EXPECT_EQ(DLL_InsertPos(list, -1, obj(5)), 1);
     EXPECT_EQ(contents(list), (std::vector<intptr_t>{0, 1, 7, 2, 3, 4, 8}));
@@ -59,12 +57,8 @@ TEST(DLList, InsertAtTheCursor) {
 }
 
 TEST(DLList, DeleteMovesTheCursor) {
-    const struct {
-        int size, at;
-        std::vector<intptr_t> left;
-        int position;
-        intptr_t cursor;  // 0: no cursor
-    } cases[] = {
+    // cursor 0: no cursor.
+    const struct { int size, at; std::vector<intptr_t> left; int position; intptr_t cursor; } cases[] = {
         {3, 0, {2, 3}, 0, 2}, {3, 1, {1, 3}, 1, 3}, {3, 2, {1, 2}, 1, 2}, {1, 0, {}, -1, 0},
     };
     for (const auto &c : cases) {
@@ -114,44 +108,16 @@ TEST(DLList, EveryWalkReachesItsTarget) {
 TEST(DLList, StepsStopAtBothEnds) {
     DLList *list = list_of(3);
     int err = 0;
-    DLL_SetToBeginningOfList(list);
-    EXPECT_EQ(DLL_GetPrev(list, &err), nullptr);
-    EXPECT_EQ(err, 1);
     std::vector<intptr_t> seen;
+    DLL_SetToBeginningOfList(list);
     for (void *o; (o = DLL_GetNext(list, &err)) != nullptr;) seen.push_back(num(o));
-    EXPECT_EQ(seen, (std::vector<intptr_t>{1, 2, 3}));
-    EXPECT_EQ(err, 1);
     EXPECT_EQ(list->position, 2);  // the failed step left the cursor on the last
-    EXPECT_EQ(num(DLL_Get(list, &err)), 3);
     DLL_SetToEndOfList(list);
-    EXPECT_EQ(num(DLL_GetPrev(list, &err)), 3);
-    EXPECT_EQ(num(DLL_GetPrev(list, &err)), 2);
-    EXPECT_EQ(num(DLL_GetPrev(list, &err)), 1);
-    EXPECT_EQ(DLL_GetPrev(list, &err), nullptr);
+    for (void *o; (o = DLL_GetPrev(list, &err)) != nullptr;) seen.push_back(num(o));
+    EXPECT_EQ(err, 1);
     EXPECT_EQ(list->position, 0);
+    EXPECT_EQ(seen, (std::vector<intptr_t>{1, 2, 3, 3, 2, 1}));
     DLL_Free(list);
-}
-
-TEST(DLList, Predicates) {
-    const struct {
-        int size, pos;
-        int begin, first, emptyOrFirst, end, last, emptyOrLast;
-    } cases[] = {
-        {0, -1, 1, 0, 1, 1, 0, 1}, {3, -1, 1, 0, 0, 0, 0, 0}, {3, 0, 0, 1, 1, 0, 0, 0},
-        {3, 2, 0, 0, 0, 0, 1, 1},  {3, 3, 0, 0, 0, 1, 0, 0},  {1, 0, 0, 1, 1, 0, 1, 1},
-    };
-    for (const auto &c : cases) {
-        DLList *list = list_of(c.size);
-        DLL_SetToPosition(list, c.pos);
-        EXPECT_EQ(DLL_BeginningOfList(list), c.begin) << c.size << "@" << c.pos;
-        EXPECT_EQ(DLL_FirstOfList(list), c.first) << c.size << "@" << c.pos;
-        EXPECT_EQ(DLL_EmptyOrFirstOfList(list), c.emptyOrFirst) << c.size << "@" << c.pos;
-        EXPECT_EQ(DLL_EndOfList(list), c.end) << c.size << "@" << c.pos;
-        EXPECT_EQ(DLL_LastOfList(list), c.last) << c.size << "@" << c.pos;
-        EXPECT_EQ(DLL_EmptyOrLastOfList(list), c.emptyOrLast) << c.size << "@" << c.pos;
-        EXPECT_EQ(DLL_SetToFirstOfList(list), c.size == 0 ? 1 : 0);
-        DLL_Free(list);
-    }
 }
 
 int cmp_num(void *a, void *b) { return static_cast<int>(num(a) - num(b)); }
@@ -169,11 +135,8 @@ TEST(DLList, SortedInsertion) {
     list = DLL_Create();
     for (char *s : {const_cast<char *>("c"), first, const_cast<char *>("a"), second})
         DLL_InsertSortUnique(list, s, DLL_AlphaSort, 0);
-    std::vector<void *> order;
-    for (DLLink *l = list->head; l; l = l->next) order.push_back(l->object);
-    ASSERT_EQ(order.size(), 4u);
-    EXPECT_EQ(order[1], second);
-    EXPECT_EQ(order[2], first);
+    EXPECT_EQ(list->head->next->object, second);
+    EXPECT_EQ(list->tail->prev->object, first);
     DLL_Free(list);
 }
 
@@ -199,6 +162,7 @@ TEST(DLList, StagedAndPartialFreeing) {
     EXPECT_EQ(list->head, nullptr);
     EXPECT_EQ(DLL_SlowlyFreeAll(list, nullptr, 0), DLL_SLOWLY_FREED);
     EXPECT_EQ(DLL_GetTotalCount(), before);
+    EXPECT_EQ(DLL_SlowlyFreeAll(nullptr, nullptr, 1), 1);
 }
 
 void *find_even_above(void *o, void *arg) { return num(o) % 2 == 0 && num(o) > num(arg) ? o : nullptr; }
@@ -209,17 +173,11 @@ TEST(DLList, ApplyRestoresOrKeepsTheCursor) {
     int err = 1;
     EXPECT_EQ(num(DLL_Apply(list, find_even_above, obj(2), 0, &err)), 4);
     EXPECT_EQ(err, 0);
-    EXPECT_EQ(list->position, 4);
     EXPECT_EQ(num(DLL_Get(list, &err)), 5);
-    EXPECT_EQ(DLL_Apply(list, find_even_above, obj(6), 0, &err), nullptr);
+    EXPECT_EQ(DLL_Apply(list, DLL_PointerSearchApply, obj(9), 0, &err), nullptr);
     EXPECT_EQ(list->position, 4);
-    EXPECT_EQ(num(DLL_Apply(list, find_even_above, obj(2), 1, &err)), 4);
+    EXPECT_EQ(DLL_Apply(list, DLL_PointerSearchApply, obj(4), 1, &err), obj(4));
     EXPECT_EQ(list->position, 3);
-    EXPECT_EQ(DLL_PointerSearchApply(obj(3), obj(3)), obj(3));
-    EXPECT_EQ(DLL_PointerSearchApply(obj(3), obj(4)), nullptr);
-    char a[] = "x", b[] = "x", c[] = "y";
-    EXPECT_EQ(DLL_StringSearchApply(a, b), a);
-    EXPECT_EQ(DLL_StringSearchApply(a, c), nullptr);
     DLL_Free(list);
 }
 
@@ -237,29 +195,12 @@ TEST(DLList, CopyLeavesTheSourceCursor) {
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(list->position, 1);
     EXPECT_EQ(copy->stdFreeProc, std::free);
-    EXPECT_EQ(copy->count, 3);
-    EXPECT_STREQ(static_cast<char *>(copy->head->object), "a");
-    EXPECT_NE(copy->head->object, a);
+    EXPECT_EQ(std::string(static_cast<char *>(copy->head->object)) + static_cast<char *>(copy->tail->object), "ac");
     EXPECT_EQ(copy->head->next->object, nullptr);
-    EXPECT_STREQ(static_cast<char *>(copy->tail->object), "c");
     DLL_SetToFirstOfList(copy);
     EXPECT_EQ(DLL_Replace(copy, strdup("z")), 0);  // the standard proc frees "a"
     DLL_FreeAll(copy, std::free);
     DLL_Free(list);
-}
-
-TEST(DLList, NullListIsHarmless) {
-    int err = 0;
-    EXPECT_EQ(DLL_ClearAll(nullptr, nullptr), 1);
-    EXPECT_EQ(DLL_Insert(nullptr, obj(1)), 1);
-    EXPECT_EQ(DLL_Append(nullptr, obj(1)), 1);
-    EXPECT_EQ(DLL_Delete(nullptr), 1);
-    EXPECT_EQ(DLL_GetNext(nullptr, &err), nullptr);
-    EXPECT_EQ(err, 1);
-    EXPECT_EQ(DLL_Apply(nullptr, find_even_above, nullptr, 0, &err), nullptr);
-    EXPECT_EQ(DLL_Copy(nullptr, nullptr), nullptr);
-    EXPECT_EQ(DLL_SlowlyFreeAll(nullptr, nullptr, 1), 1);
-    EXPECT_EQ(DLL_EndOfList(nullptr), 1);
 }
 
 }  // namespace

@@ -48,15 +48,12 @@ TEST(Url, ParsesIntoFields) {
         {"http://h/p extra words", 1, "", "", "h", 0, "p", "(none)", "", "extra words", 1, "http://h/p"},
         {"http://h/a#", 1, "", "", "h", 0, "a#", "(none)", "", "", 1, "http://h/a#"},
         {"http://h/a#f?x=1", 1, "", "", "h", 0, "a#f", "x=1", "", "", 1, "http://h/a#f?x=1"},
-        {"http://h/a?", 1, "", "", "h", 0, "a", "(none)", "", "", 1, "http://h/a"},
         {"http://h/a?=x", 1, "", "", "h", 0, "a", "(null)", "", "", 1, "http://h/a?"},
         // No path start: the parse ends clean after the authority.
         {"http://h", 1, "", "", "h", 0, "", "(none)", "", "", 0, "http://h"},
-        {"http://h/", 1, "", "", "h", 0, "", "(none)", "", "", 0, "http://h/"},
         {"http:///a/b", 1, "", "", "localhost", 0, "", "(none)", "", "", 0, "http:///a/b"},
         {"http:x", 1, "", "", "", 0, "", "(none)", "", "", 0, "http:x"},
         {"mailto:someone", 2, "", "", "", 0, "", "(none)", "", "", 0, "mailto:someone"},
-        {"FTP://h/x", 8, "", "", "", 0, "", "(none)", "", "", 0, "FTP://h/x"},
         {"zzz:abc", 0, "", "", "", 0, "", "(none)", "", "", 0, "zzz:abc"},
         {":abc", 0, "", "", "", 0, "", "(none)", "", "", 0, ":abc"},
         {"no colon", 0, "", "", "", 0, "", "(none)", "", "colon", 0, "no"},
@@ -112,22 +109,15 @@ TEST(Url, SettersMarkDirtyAndRebuild) {
     URL *url = URLCreate("http://h/p");
     std::free(URLGetUrl(url));
     ASSERT_EQ(url->dirty, 0);
-    const struct {
-        std::function<void(URL *)> change;
-        int dirty;
-        const char *rebuilt;
-    } steps[] = {
-        {[](URL *u) { URLSetProtocol(u, 1); }, 0, "http://h/p"},
-        {[](URL *u) { URLSetProtocol(u, 9); }, 0, "http://h/p"},
-        {[](URL *u) { URLSetPort(u, 0); }, 0, "http://h/p"},
+    const struct { std::function<void(URL *)> change; int dirty; const char *rebuilt; } steps[] = {
+        {[](URL *u) { URLSetProtocol(u, 9), URLSetProtocol(u, 1), URLSetPort(u, 0); }, 0, "http://h/p"},
         {[](URL *u) { URLSetPort(u, 8080); }, 1, "http://h:8080/p"},
         {[](URL *u) { URLSetProtocol(u, 8); }, 1, "ftp://h:8080/p"},
         {[](URL *u) { URLSetPassword(u, "pw"); }, 1, "ftp://:pw@h:8080/p"},
         {[](URL *u) { URLSetUser(u, "me"); }, 1, "ftp://me:pw@h:8080/p"},
         {[](URL *u) { URLSetPassword(u, nullptr); }, 1, "ftp://me@h:8080/p"},
         {[](URL *u) { URLSetHost(u, u->host); }, 1, "ftp://me@h:8080/p"},
-        {[](URL *u) { URLSetCSID(u, "dir/f"); }, 1, "ftp://me@h:8080/dir/f"},
-        {[](URL *u) { URLSetExtra(u, "top"); }, 1, "ftp://me@h:8080/dir/f#top"},
+        {[](URL *u) { URLSetCSID(u, "dir/f"), URLSetExtra(u, "top"); }, 1, "ftp://me@h:8080/dir/f#top"},
         {[](URL *u) { URLSetParams(u, caldict_create_from_string("a=1", '&')); }, 1,
          "ftp://me@h:8080/dir/f?a=1#top"},
         {[](URL *u) { URLSetParams(u, nullptr); }, 1, "ftp://me@h:8080/dir/f#top"},
@@ -148,25 +138,17 @@ TEST(Url, CopyLeavesTextUserAndPasswordUnset) {
     EXPECT_EQ(copy->text, nullptr);
     EXPECT_EQ(copy->user, nullptr);
     EXPECT_EQ(copy->password, nullptr);
-    EXPECT_STREQ(copy->host, "h");
-    EXPECT_EQ(copy->port, 8);
-    EXPECT_STREQ(copy->path, "a");
     EXPECT_NE(copy->params, url->params);
-    EXPECT_EQ(params_of(copy), "x=1");
-    EXPECT_STREQ(copy->extra, "#f");
     EXPECT_STREQ(copy->remainder, "tail");
     EXPECT_EQ(copy->spare, 7);
-    EXPECT_EQ(copy->dirty, url->dirty);
+    EXPECT_EQ(copy->dirty, 1);
     EXPECT_EQ(take(URLGetUrl(copy)), "http://h:8/a?x=1##f");
     URLFree(url);
     URLFree(copy);
 }
 
 TEST(Url, PathPieces) {
-    const struct {
-        const char *path, *dir;
-        const char *getPath, *csidPath, *afterSetPath;
-    } cases[] = {
+    const struct { const char *path, *dir, *getPath, *csidPath, *afterSetPath; } cases[] = {
         {"a/b/c.ics", "x/y", "a/b/", "a", "x/y/c.ics"},
         {"file.ics", "x/", "", "", "x/file.ics"},
         {"a/", "", "a/", "a", "/"},
@@ -189,9 +171,7 @@ TEST(Url, PathPieces) {
 }
 
 TEST(Url, LocalFiles) {
-    const struct {
-        const char *text, *local;
-    } cases[] = {
+    const struct { const char *text, *local; } cases[] = {
         {"file:///C|/x", "C:/x"},       {"file://localhost/etc/x", "/etc/x"}, {"FILE://LOCALHOST/etc/x", "/etc/x"},
         {"file:////srv/x", "//srv/x"},  {"capi://cal/x", "/cal/x"},           {"ftp://h/x", ""},
         {"/var/x", "/var/x"},           {"file://", "/"},                     {"file:///", "/"},
@@ -235,39 +215,13 @@ TEST(Url, FileCharacterConversions) {
 
 TEST(Url, HelpersAndPlaceholders) {
     const char *s = "abcdef";
-    EXPECT_EQ(take(copyFromAtoB(s + 1, s + 4)), "bcd");
-    EXPECT_EQ(take(copyFromAthroughB(s + 1, s + 4)), "bcde");
+    EXPECT_EQ(take(copyFromAtoB(s + 1, s + 4)) + take(copyFromAthroughB(s + 1, s + 4)), "bcdbcde");
     EXPECT_EQ(copyFromAtoB(s + 4, s + 4), URLEmptyString);
-    EXPECT_EQ(copyFromAthroughB(s + 4, s + 3), URLEmptyString);
-    EXPECT_EQ(take(copyFromAthroughB(s, s)), "a");
     URL *url = URLCreate(nullptr);
-    ASSERT_NE(url, nullptr);
     EXPECT_EQ(URLGetUrl(url), nullptr);
-    char *empty = LocalFileToURL(url);
-    EXPECT_STREQ(empty, "");
-    std::free(empty);
-    URLEncode(url);
-    URLDecode(url);
+    EXPECT_EQ(take(LocalFileToURL(url)), "");
     URLFree(url);
-    EXPECT_STREQ(URLProtStrings[7], "resource");
-    EXPECT_EQ(URLProtStrings[URL_PROT_COUNT], nullptr);
-}
-
-TEST(Url, NullObjectIsHarmless) {
-    EXPECT_EQ(URLGetUrl(nullptr), nullptr);
-    EXPECT_EQ(URLGetHost(nullptr), nullptr);
-    EXPECT_EQ(URLGetPort(nullptr), 0);
-    EXPECT_EQ(URLCopy(nullptr), nullptr);
     EXPECT_EQ(ToLocalFile(nullptr), nullptr);
-    EXPECT_EQ(CSIDPath(nullptr), nullptr);
-    EXPECT_EQ(IsLocalFile(nullptr), 0);
-    SetCurl(nullptr, "http://h/");
-    URLSetHost(nullptr, "h");
-    URLSetPath(nullptr, "d");
-    ResolveFileURL(nullptr);
-    clearURL(nullptr);
-    URLFree(nullptr);
-    ConvertToFileChars(nullptr);
 }
 
 }  // namespace
