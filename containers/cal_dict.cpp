@@ -168,21 +168,36 @@ char *copy_text(std::string_view text) {
     return copy;
 }
 
-// Adds name -> malloc copy of value with replacement, the replaced copy
-// freed; false when memory runs out.
+// Adds name -> malloc copy of value to an unsorted dictionary with
+// replacement, the replaced copy freed; false when memory runs out. The
+// string array owns malloc'ed names, so the name copy is stored as it is.
 bool add_copy(caldict *d, std::string_view name, std::string_view value) {
-    try {
-        const std::string key(name);
-        char *copy = copy_text(value);
-        if (copy == nullptr) return false;
-        if (caldict_add_string(d, key.c_str(), copy, 1) != 0) {
-            std::free(copy);
-            return false;
-        }
-        return true;
-    } catch (const std::bad_alloc &) {
+    char *key = copy_text(name);
+    char *copy = copy_text(value);
+    if (key == nullptr || copy == nullptr) {
+        std::free(key);
+        std::free(copy);
         return false;
     }
+    const int at = strarray_indexof(d->names, key, 0);
+    if (at >= 0) {
+        std::free(key);
+        replace_value(d, at, copy, true);
+        return true;
+    }
+    if (array_append(d->names, key) != 0) {
+        std::free(key);
+        std::free(copy);
+        return false;
+    }
+    if (array_append(d->values, copy) != 0) {
+        std::free(array_removeat(d->names, static_cast<int>(d->count)));
+        std::free(copy);
+        return false;
+    }
+    ++d->count;
+    d->sorted = 0;
+    return true;
 }
 
 // The pair parser behind caldict_create_from_string, over a bounded text.

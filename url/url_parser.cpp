@@ -1,7 +1,9 @@
 // The URL object: parsing, rebuilding, field access and local file paths.
 #include "orvutil/url_parser.h"
 
+#include <charconv>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -136,10 +138,15 @@ void parse_path(URL *url, string_view p) {
                 // The '#' stays in the fragment, so rebuilding writes "##".
                 assign_parsed(url->extra, p.substr(h));
             }
-            try {
-                url->params = caldict_create_from_string(std::string(query).c_str(), '&');
-            } catch (const std::bad_alloc &) {
-                url->params = nullptr;
+            // A query that runs to the end of the text is already terminated.
+            if (query.data() + query.size() == p.data() + p.size()) {
+                url->params = caldict_create_from_string(query.data(), '&');
+            } else {
+                try {
+                    url->params = caldict_create_from_string(std::string(query).c_str(), '&');
+                } catch (const std::bad_alloc &) {
+                    url->params = nullptr;
+                }
             }
         }
     } else if (h + 1 < p.size()) {
@@ -187,47 +194,69 @@ void parse(URL *url) {
     if (url->protocol == URL_PROT_HTTP) parse_http(url, text.substr(colon + 1));
 }
 
-// Rebuilds the text from the fields when they changed.
+// Hands the pieces of the rebuilt text to emit, in order. The query is
+// written as caldict_get_as_string writes it: name=value pairs joined by '&'.
+template <typename Emit>
+void emit_url(const URL *url, Emit &&emit) {
+    emit(URLProtStrings[url->protocol < URL_PROT_COUNT ? url->protocol : 0]);
+    emit("://");
+    if (nonempty(url->user) || nonempty(url->password)) {
+        if (nonempty(url->user)) emit(url->user);
+        if (nonempty(url->password)) {
+            emit(":");
+            emit(url->password);
+        }
+        emit("@");
+    }
+    if (url->host != nullptr) emit(url->host);
+    if (url->port > 0) {
+        char digits[16];
+        const auto end = std::to_chars(digits, digits + sizeof digits, url->port).ptr;
+        emit(":");
+        emit(string_view(digits, static_cast<size_t>(end - digits)));
+    }
+    emit("/");
+    if (url->path != nullptr) emit(url->path);
+    if (url->params != nullptr) {
+        emit("?");
+        const int n = static_cast<int>(caldict_length(url->params));
+        for (int i = 0; i < n; ++i) {
+            const char *name = caldict_get_indexed_name(url->params, i);
+            const auto *value = static_cast<const char *>(caldict_get_indexed_value(url->params, i));
+            if (i > 0) emit("&");
+            emit(name == nullptr ? "" : name);
+            emit("=");
+            emit(value == nullptr ? "" : value);
+        }
+    }
+    if (nonempty(url->extra)) {
+        emit("#");
+        emit(url->extra);
+    }
+}
+
+// Rebuilds the text from the fields when they changed: one pass to size it,
+// one to fill an exactly sized buffer, so there is no length limit.
 void assemble(URL *url) {
     if (url == nullptr || !url->dirty) return;
-    try {
-        std::string out = URLProtStrings[url->protocol < URL_PROT_COUNT ? url->protocol : 0];
-        out += "://";
-        if (nonempty(url->user) || nonempty(url->password)) {
-            if (nonempty(url->user)) out += url->user;
-            if (nonempty(url->password)) {
-                out += ':';
-                out += url->password;
-            }
-            out += '@';
-        }
-        if (url->host != nullptr) out += url->host;
-        if (url->port > 0) {
-            out += ':';
-            out += std::to_string(url->port);
-        }
-        out += '/';
-        if (url->path != nullptr) out += url->path;
-        if (url->params != nullptr) {
-            out += '?';
-            char *query = caldict_get_as_string(url->params);
-            if (query != nullptr) {
-                out += query;
-                std::free(query);
-            }
-        }
-        if (nonempty(url->extra)) {
-            out += '#';
-            out += url->extra;
-        }
-        char *text = dup_view(out);
-        if (text == nullptr) return;  // keep the old text and stay dirty
-        release(url->text);
-        url->text = text;
-        url->dirty = 0;
-    } catch (const std::bad_alloc &) {
-        // The old text stays and the object stays dirty.
-    }
+    size_t size = 1;
+    bool overflow = false;
+    emit_url(url, [&](string_view piece) {
+        overflow |= piece.size() > SIZE_MAX - size;
+        size += piece.size();
+    });
+    if (overflow) return;
+    auto *text = static_cast<char *>(std::malloc(size));
+    if (text == nullptr) return;  // keep the old text and stay dirty
+    char *at = text;
+    emit_url(url, [&](string_view piece) {
+        std::memcpy(at, piece.data(), piece.size());
+        at += piece.size();
+    });
+    *at = '\0';
+    release(url->text);
+    url->text = text;
+    url->dirty = 0;
 }
 
 // The text after rebuilding, or "" when there is none.
