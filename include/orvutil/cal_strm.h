@@ -50,8 +50,8 @@ ORV_API int calstrm_putc(calstrm *stream, int c) ORV_NOEXCEPT;
 /* Copies min(n, length - position) bytes from the start of the buffer and
  * advances the position by that count; -1 when position == length. */
 ORV_API int calstrm_read(calstrm *stream, void *out, unsigned int n) ORV_NOEXCEPT;
-/* Appends the formatted text and returns its length, or -1 when growth
- * fails (what was written before the failure stays). Conversions: %% %d %u
+/* Appends the formatted text and returns its length (at most INT_MAX), or
+ * -1 when growth fails (what was written before the failure stays). Conversions: %% %d %u
  * %x %X %o %c %s, and %l followed by one letter: u, o, x, X as unsigned
  * long, any other letter as %ld. Any other character after '%' (flags,
  * widths and a trailing '%' included) aborts the process. */
