@@ -16,6 +16,10 @@
 /* Text: identifiers, escaping, argument lists, web encodings. */
 
 /* Containers and URLs. */
+#include "orvutil/cal_dict.h"
+#include "orvutil/cal_strm.h"
+#include "orvutil/dllist.h"
+#include "orvutil/url_parser.h"
 
 /* Files, configuration, profiling, languages. */
 #include "orvutil/cal_conf.h"
