@@ -31,6 +31,8 @@ const Command commands[] = {
     {"period", 1, "period start/end|start/dur", "a period's parts and validity", cmd_period},
     {"guid", 0, "guid", "a new GUID as 64 hex digits", cmd_guid},
     {"md5", 1, "md5 text", "MD5 digest of the text", cmd_md5},
+    {"url", 1, "url text", "a URL's fields and the URL rebuilt", cmd_url},
+    {"query", 1, "query text", "the parameters of a query string", cmd_query},
     {"version", 0, "version", "product and version banner", cmd_version},
     {"setting", 1, "setting name", "a value of the configuration file", cmd_setting},
     {"conf", 2, "conf list|get|set|del file ...", "list, read, set or delete entries of a file", cmd_conf},

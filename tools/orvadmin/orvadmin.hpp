@@ -35,6 +35,10 @@ int cmd_dur(int argc, char **argv);
 int cmd_add(int argc, char **argv);
 int cmd_period(int argc, char **argv);
 
+// URLs and query strings (url_cmds.cpp).
+int cmd_url(int argc, char **argv);
+int cmd_query(int argc, char **argv);
+
 // Configuration files (conf_cmds.cpp).
 int cmd_conf(int argc, char **argv);
 
