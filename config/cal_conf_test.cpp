@@ -139,6 +139,36 @@ TEST(CalConf, DeleteModes) {
     }
 }
 
+// Random edits with names differing in case: every look-up must agree with
+// a plain search from the end of the name list.
+TEST(CalConf, LookupsAgreeWithALinearSearchThroughEdits) {
+    TempDir dir;
+    const std::string path = dir.file("m.conf");
+    write_file(path, "a = 1\nB = 2\nc = 3\nA = 4\n");
+    calconf_handle *h = nullptr;
+    ASSERT_EQ(calconf_Open(path.c_str(), &h), 0);
+    const char *names[] = {"a", "A", "b", "B", "c", "d", "D", "e"};
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int> op(0, 9), which(0, 7), mode(0, 2);
+    for (int step = 0; step < 3000; ++step) {
+        const char *name = names[which(rng)];
+        const int o = op(rng);
+        if (o < 4) {
+            ASSERT_EQ(calconf_Modify(h, name, std::to_string(step).c_str()), 0);
+        } else if (o == 4) {
+            // Append a duplicate directly, as a file with a repeated name gives.
+            ASSERT_EQ(calconf_scanproc(name, nullptr, 0, h), 0);
+        } else if (o == 5) {
+            calconf_Delete(h, name, mode(rng));
+        }
+        for (const char *n : names) {
+            const int i = strarray_lastof(h->names, n, 1);
+            ASSERT_EQ(calconf_Get(h, n), i < 0 ? nullptr : strarray_elementat(h->values, i)) << step << n;
+        }
+    }
+    calconf_Close(&h, 1);
+}
+
 TEST(CalConf, NullHandlesAndRefusedNames) {
     calconf_handle *none = nullptr;
     EXPECT_EQ(calconf_Get(nullptr, "a"), nullptr);

@@ -41,7 +41,10 @@
 ORV_BEGIN_DECLS
 
 /* An open configuration file. The fields may be read; change them only
- * through the functions below. */
+ * through the functions below (the look-up index relies on it). Look-ups
+ * take constant time on average: the index is built on the first look-up
+ * and kept up to date by the edits (a delete rebuilds it on the next
+ * look-up). */
 typedef struct calconf_handle {
     char *filename;                  /* copy of the path given to calconf_Open (may be NULL) */
     array_t *names;                  /* string array of entry names */
@@ -50,6 +53,7 @@ typedef struct calconf_handle {
     config_cache *cache;             /* the cache the file was read into */
     config_readdriver *readdriver;   /* the file read driver (NULL once released) */
     config_writedriver *writedriver; /* the file write driver (NULL once released) */
+    struct calconf_index *index;     /* private: name look-up index, built on demand */
 } calconf_handle;
 
 /* Opens path: *out receives a new handle holding every entry of the file
