@@ -68,6 +68,19 @@ TEST(CalFile, CopyFailuresLoseNothing) {
     EXPECT_FALSE(file_exists(dir.file("out")));
 }
 
+TEST(CalFile, UnreadableSourcesAndReadOnlyTargets) {
+    if (geteuid() == 0) GTEST_SKIP() << "permissions do not bind root";
+    TempDir dir;
+    write_file(dir.file("secret"), "s");
+    write_file(dir.file("ro"), "old");
+    ::chmod(dir.file("secret").c_str(), 0);
+    ::chmod(dir.file("ro").c_str(), 0444);
+    EXPECT_EQ(calfile_CopyFile(dir.file("secret").c_str(), dir.file("out").c_str(), 0), -1);
+    EXPECT_EQ(calfile_CopyFile(dir.file("ro").c_str(), dir.file("secret").c_str(), 0), -1);
+    EXPECT_EQ(calfile_CopyFile(dir.file("secret").c_str(), dir.file("ro").c_str(), 0), -1);
+    EXPECT_EQ(read_file(dir.file("ro")), "old");
+}
+
 TEST(CalFile, CopyOfASourceShorterThanItsSizeStops) {
     // Kernel attribute files report 4096 bytes and read back fewer, as a
     // source that shrank during the copy does.
