@@ -11,6 +11,7 @@
 #include "orvutil/platform/zolog.h"
 
 /* Dates, durations and periods. */
+#include "orvutil/cal_time.h"
 
 /* Text: identifiers, escaping, argument lists, web encodings. */
 

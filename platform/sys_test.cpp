@@ -3,7 +3,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <climits>
 #include <ctime>
+#include <tuple>
 #include <fcntl.h>
 #include <pthread.h>
 #include <thread>
@@ -23,6 +25,31 @@ TEST(Sys, MkgmtimeInvertsGmtimeAcrossCenturies) {
         tm.tm_isdst = 1;  // ignored
         EXPECT_EQ(mkgmtime(&tm), t) << t;
     }
+}
+
+TEST(Sys, MkgmtimeWritesBackWhatGmtimeWouldGive) {
+    // Denormal inputs (seconds only) across four centuries and both signs:
+    // every field, weekday and day of the year included, matches gmtime.
+    for (int64_t t = -12219292800LL; t < 16725225600LL; t += 7654321) {
+        struct tm in = {};
+        in.tm_year = 70;
+        in.tm_mday = 1;
+        in.tm_min = static_cast<int>(t / 60);
+        in.tm_sec = static_cast<int>(t % 60);
+        const time_t got = mkgmtime(&in);
+        ASSERT_EQ(got, static_cast<time_t>(t));
+        struct tm want;
+        gmtime_r(&got, &want);
+        ASSERT_EQ(std::make_tuple(in.tm_year, in.tm_mon, in.tm_mday, in.tm_hour, in.tm_min, in.tm_sec, in.tm_wday,
+                                  in.tm_yday, in.tm_isdst),
+                  std::make_tuple(want.tm_year, want.tm_mon, want.tm_mday, want.tm_hour, want.tm_min, want.tm_sec,
+                                  want.tm_wday, want.tm_yday, want.tm_isdst))
+            << t;
+    }
+    struct tm huge = {};
+    huge.tm_year = INT_MAX;
+    huge.tm_mon = 24;
+    EXPECT_EQ(mkgmtime(&huge), static_cast<time_t>(-1));
 }
 
 TEST(Sys, MkgmtimeNormalisesFieldsLikeMktime) {
