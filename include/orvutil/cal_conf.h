@@ -28,7 +28,9 @@
  * repeat: look-ups and edits act on the last entry of that name.
  *
  * Status codes: 0 success, -1 failure (and 1 for calconf_Delete when
- * nothing matched). Nothing is logged. Strings handed out are allocated with
+ * nothing matched). This module logs nothing itself; the platform's file
+ * driver reports a file it cannot read (level 3) and skipped malformed lines
+ * (level 4). Strings handed out are allocated with
  * malloc: free them with free(). A handle is used by one thread at a time.
  */
 #ifndef ORVUTIL_CAL_CONF_H
