@@ -6,6 +6,7 @@
 
 #include "orvutil/platform/array.h"
 #include "orvutil/platform/config.h"
+#include "orvutil/platform/mee.h"
 #include "orvutil/platform/sys.h"
 #include "orvutil/platform/zolog.h"
 
@@ -21,6 +22,11 @@
 #include "orvutil/url_parser.h"
 
 /* Files, configuration, profiling, languages. */
+#include "orvutil/cal_conf.h"
+#include "orvutil/cal_domain.h"
+#include "orvutil/cal_file.h"
+#include "orvutil/cal_i18n.h"
+#include "orvutil/cal_prf.h"
 
 /* Services and processes. */
 
