@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <new>
 #include <string>
 #include <sys/stat.h>
@@ -20,7 +21,90 @@
 #include "orv/fsutil.hpp"
 #include "orvutil/platform/sys.h"
 
+// Open-addressing table of entry indexes, keyed by the entries' names with
+// ASCII case ignored; for a repeated name it holds the last entry's index.
+// The names stay in the handle's array, so building it allocates once.
+struct calconf_index {
+    std::vector<int> slots;  // entry index, or -1; size a power of two
+    int used = 0;
+};
+
 namespace {
+
+constexpr size_t kWriteChunk = 65536;
+
+size_t name_hash(const char *name) {
+    size_t h = 1469598103934665603ull;
+    for (const unsigned char *p = reinterpret_cast<const unsigned char *>(name); *p; ++p)
+        h = (h ^ orv::ascii_tolower(*p)) * 1099511628211ull;
+    return h ^ (h >> 29);
+}
+
+bool same_name(const char *a, const char *b) {
+    for (;; ++a, ++b) {
+        const unsigned char x = orv::ascii_tolower(static_cast<unsigned char>(*a));
+        if (x != orv::ascii_tolower(static_cast<unsigned char>(*b))) return false;
+        if (x == 0) return true;
+    }
+}
+
+// The slot holding name, or the empty slot where it would go.
+size_t probe(const calconf_index &index, const array_t *names, const char *name) {
+    const size_t mask = index.slots.size() - 1;
+    for (size_t at = name_hash(name) & mask;; at = (at + 1) & mask) {
+        const int i = index.slots[at];
+        if (i < 0 || same_name(strarray_elementat(names, i), name)) return at;
+    }
+}
+
+// Records entry i (the last of its name so far); grows the table first when
+// it would pass half full.
+void index_put(calconf_index &index, const array_t *names, int i) {
+    if (2 * (static_cast<size_t>(index.used) + 1) > index.slots.size()) {
+        std::vector<int> old(std::max<size_t>(16, 2 * index.slots.size()), -1);
+        old.swap(index.slots);
+        index.used = 0;
+        for (int j : old)
+            if (j >= 0) index_put(index, names, j);
+    }
+    int &slot = index.slots[probe(index, names, strarray_elementat(names, i))];
+    if (slot < 0) ++index.used;
+    slot = i;
+}
+
+void drop_index(calconf_handle *h) {
+    delete h->index;
+    h->index = nullptr;
+}
+
+// The index of the last entry called name, or -1.
+int find_last(calconf_handle *h, const char *name) {
+    try {
+        if (h->index == nullptr) {
+            auto index = std::make_unique<calconf_index>();
+            const int count = array_count(h->names);
+            size_t size = 16;
+            while (size < 2 * static_cast<size_t>(count) + 2) size *= 2;
+            index->slots.assign(size, -1);
+            for (int i = 0; i < count; ++i) index_put(*index, h->names, i);
+            h->index = index.release();
+        }
+        return h->index->slots[probe(*h->index, h->names, name)];
+    } catch (const std::bad_alloc &) {
+        drop_index(h);
+        return strarray_lastof(h->names, name, 1);
+    }
+}
+
+// Records an entry appended at index i.
+void note_append(calconf_handle *h, int i) {
+    if (h->index == nullptr) return;
+    try {
+        index_put(*h->index, h->names, i);
+    } catch (const std::bad_alloc &) {
+        drop_index(h);
+    }
+}
 
 bool forces_quotes(unsigned char c) {
     switch (c) {
@@ -84,6 +168,7 @@ void release_drivers(calconf_handle *h) {
 }
 
 void free_handle(calconf_handle *h) {
+    drop_index(h);
     config_freecache(h->cache);
     release_drivers(h);
     strarray_free_and_destroy(h->names);
@@ -118,6 +203,7 @@ int calconf_scanproc(const char *name, const char *const *values, int nvalues, v
         std::free(array_removeat(h->names, array_count(h->names) - 1));
         return -1;
     }
+    note_append(h, array_count(h->names) - 1);
     return 0;
 }
 
@@ -150,7 +236,7 @@ int calconf_Open(const char *path, calconf_handle **out) noexcept {
 
 const char *calconf_Get(calconf_handle *handle, const char *name) noexcept {
     if (handle == nullptr || name == nullptr) return nullptr;
-    const int i = strarray_lastof(handle->names, name, 1);
+    const int i = find_last(handle, name);
     return i < 0 ? nullptr : strarray_elementat(handle->values, i);
 }
 
@@ -161,7 +247,7 @@ char *calconf_GetCopy(calconf_handle *handle, const char *name) noexcept {
 
 int calconf_Modify(calconf_handle *handle, const char *name, const char *value) noexcept {
     if (handle == nullptr || name == nullptr || value == nullptr || !writable_name(name)) return -1;
-    const int i = strarray_lastof(handle->names, name, 1);
+    const int i = find_last(handle, name);
     if (i >= 0) {
         if (strarray_modifyat(handle->values, i, value) != 0) return -1;
     } else {
@@ -170,6 +256,7 @@ int calconf_Modify(calconf_handle *handle, const char *name, const char *value) 
             std::free(array_removeat(handle->names, array_count(handle->names) - 1));
             return -1;
         }
+        note_append(handle, array_count(handle->names) - 1);
     }
     handle->dirty = 1;
     return 0;
@@ -187,6 +274,7 @@ int calconf_Delete(calconf_handle *handle, const char *name, int mode) noexcept 
         if (mode == 0) break;
     }
     if (!deleted) return 1;
+    drop_index(handle);  // later entries moved down
     handle->dirty = 1;
     return 0;
 }
@@ -233,10 +321,14 @@ int calconf_FlushQuick(calconf_handle *handle, int fd) noexcept {
             if (PL_strcasecmp(a.name, b.name) == 0) return false;
             return calconf_CompareOptions(&a.text, &b.text) < 0;
         });
-        for (const Line &l : lines) {
-            if (orv::write_all(fd, l.text, std::strlen(l.text)) != 0) {
-                result = -1;
-                break;
+        // Lines are gathered into large writes; the bytes are the same.
+        std::string chunk;
+        chunk.reserve(kWriteChunk);
+        for (size_t i = 0; i <= lines.size() && result == 0; ++i) {
+            if (i < lines.size()) chunk += lines[i].text;
+            if ((i == lines.size() || chunk.size() >= kWriteChunk) && !chunk.empty()) {
+                if (orv::write_all(fd, chunk.data(), chunk.size()) != 0) result = -1;
+                chunk.clear();
             }
         }
     } catch (const std::bad_alloc &) {

@@ -48,11 +48,10 @@ Entries load(const std::string &path) {
     return out;
 }
 
-std::vector<std::string> listing(const std::string &dir) {
-    std::vector<std::string> names;
-    for (const auto &e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename());
-    std::sort(names.begin(), names.end());
-    return names;
+size_t entries_in(const std::string &dir) {
+    size_t n = 0;
+    for (auto it = std::filesystem::directory_iterator(dir); it != std::filesystem::directory_iterator(); ++it) ++n;
+    return n;
 }
 
 TEST(CalConfLine, LineForm) {
@@ -79,78 +78,73 @@ TEST(CalConfLine, LineForm) {
     EXPECT_EQ(calconf_File_Converttoline(nullptr, nullptr, 1), nullptr);
 }
 
-TEST(CalConfLine, CompareOptionsIgnoresCaseAndNulls) {
-    const char *a = "Alpha = 1", *b = "alpha = 1", *c = "beta = 1", *n = nullptr;
-    EXPECT_EQ(calconf_CompareOptions(&a, &b), 0);
-    EXPECT_LT(calconf_CompareOptions(&a, &c), 0);
-    EXPECT_GT(calconf_CompareOptions(&c, &b), 0);
-    EXPECT_EQ(calconf_CompareOptions(&a, &n), 0);
-    EXPECT_EQ(calconf_CompareOptions(&n, &c), 0);
-}
-
-TEST(CalConf, RepeatedNamesActOnTheLastEntry) {
-    TempDir dir;
-    const std::string path = dir.file("c.conf");
-    write_file(path, "a = first\nb = bee\nA = second\n");
-    calconf_handle *h = nullptr;
-    ASSERT_EQ(calconf_Open(path.c_str(), &h), 0);
-    EXPECT_STREQ(calconf_Get(h, "a"), "second");
-    char *copy = calconf_GetCopy(h, "B");
-    EXPECT_STREQ(copy, "bee");
-    std::free(copy);
-    EXPECT_EQ(calconf_Get(h, "none"), nullptr);
-    EXPECT_EQ(calconf_GetCopy(h, "none"), nullptr);
-
-    EXPECT_EQ(calconf_Modify(h, "a", "changed"), 0);
-    EXPECT_EQ(entries_of(h), (Entries{{"a", "first"}, {"b", "bee"}, {"A", "changed"}}));
-    EXPECT_EQ(calconf_Delete(h, "a", 0), 0);
-    EXPECT_EQ(entries_of(h), (Entries{{"a", "first"}, {"b", "bee"}}));
-    EXPECT_EQ(calconf_Modify(h, "new", "v"), 0);
-    EXPECT_EQ(entries_of(h).back(), (std::pair<std::string, std::string>{"new", "v"}));
-    EXPECT_EQ(calconf_Close(&h, 1), 0);
-    EXPECT_EQ(h, nullptr);
-    EXPECT_EQ(read_file(path), "a = first\nb = bee\nA = second\n");  // no flush asked
-}
-
-TEST(CalConf, DeleteModes) {
+// A file with repeated names (in different case): look-ups and edits act on
+// the last entry, deletes by mode.
+TEST(CalConf, EditsActOnTheLastEntry) {
     struct Case {
-        int mode;
+        const char *op;  // "modify", "delete0", "delete1", "delete2"
         const char *name;
         int result;
         Entries left;
     };
     const Case cases[] = {
-        {0, "x", 0, {{"x", "1"}, {"y", "2"}, {"x", "3"}, {"y", "5"}}},
-        {1, "x", 0, {{"y", "2"}, {"y", "5"}}},
-        {2, "X", 0, {{"y", "2"}, {"y", "5"}}},
-        {0, "absent", 1, {{"x", "1"}, {"y", "2"}, {"x", "3"}, {"x", "4"}, {"y", "5"}}},
-        {1, "absent", 1, {{"x", "1"}, {"y", "2"}, {"x", "3"}, {"x", "4"}, {"y", "5"}}},
+        {"modify", "X", 0, {{"x", "1"}, {"y", "2"}, {"X", "new"}}},
+        {"modify", "z", 0, {{"x", "1"}, {"y", "2"}, {"X", "3"}, {"z", "new"}}},
+        {"delete0", "x", 0, {{"x", "1"}, {"y", "2"}}},
+        {"delete1", "x", 0, {{"y", "2"}}},
+        {"delete2", "x", 0, {{"y", "2"}}},
+        {"delete0", "absent", 1, {{"x", "1"}, {"y", "2"}, {"X", "3"}}},
     };
     TempDir dir;
     const std::string path = dir.file("d.conf");
     for (const auto &c : cases) {
-        write_file(path, "x = 1\ny = 2\nx = 3\nx = 4\ny = 5\n");
+        write_file(path, "x = 1\ny = 2\nX = 3\n");
         calconf_handle *h = nullptr;
         ASSERT_EQ(calconf_Open(path.c_str(), &h), 0);
-        EXPECT_EQ(calconf_Delete(h, c.name, c.mode), c.result) << c.mode << c.name;
-        EXPECT_EQ(entries_of(h), c.left) << c.mode << c.name;
+        EXPECT_STREQ(calconf_Get(h, "x"), "3");
+        const int rc = c.op[0] == 'm' ? calconf_Modify(h, c.name, "new") : calconf_Delete(h, c.name, c.op[6] - '0');
+        EXPECT_EQ(rc, c.result) << c.op << c.name;
+        EXPECT_EQ(entries_of(h), c.left) << c.op << c.name;
         EXPECT_EQ(h->dirty, c.result == 0 ? 1 : 0);
         calconf_Close(&h, 1);
     }
+    EXPECT_EQ(read_file(path), "x = 1\ny = 2\nX = 3\n");  // never flushed
+}
+
+// Random edits with names differing in case: every look-up must agree with
+// a plain search from the end of the name list.
+TEST(CalConf, LookupsAgreeWithALinearSearchThroughEdits) {
+    TempDir dir;
+    const std::string path = dir.file("m.conf");
+    write_file(path, "a = 1\nB = 2\nc = 3\nA = 4\n");
+    calconf_handle *h = nullptr;
+    ASSERT_EQ(calconf_Open(path.c_str(), &h), 0);
+    const char *names[] = {"a", "A", "b", "B", "c", "d", "D", "e"};
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int> op(0, 9), which(0, 7), mode(0, 2);
+    for (int step = 0; step < 3000; ++step) {
+        const char *name = names[which(rng)];
+        const int o = op(rng);
+        if (o < 4) {
+            ASSERT_EQ(calconf_Modify(h, name, std::to_string(step).c_str()), 0);
+        } else if (o == 4) {  // a duplicate, as the scan of a file with a repeated name adds
+            ASSERT_EQ(calconf_scanproc(name, nullptr, 0, h), 0);
+        } else if (o == 5) {
+            calconf_Delete(h, name, mode(rng));
+        }
+        for (const char *n : names) {
+            const int i = strarray_lastof(h->names, n, 1);
+            ASSERT_EQ(calconf_Get(h, n), i < 0 ? nullptr : strarray_elementat(h->values, i)) << step << n;
+        }
+    }
+    calconf_Close(&h, 1);
 }
 
 TEST(CalConf, NullHandlesAndRefusedNames) {
     calconf_handle *none = nullptr;
-    EXPECT_EQ(calconf_Get(nullptr, "a"), nullptr);
-    EXPECT_EQ(calconf_GetCopy(nullptr, "a"), nullptr);
-    EXPECT_EQ(calconf_Modify(nullptr, "a", "b"), -1);
-    EXPECT_EQ(calconf_Delete(nullptr, "a", 0), -1);
-    EXPECT_EQ(calconf_Flush(nullptr), -1);
-    EXPECT_EQ(calconf_FlushQuick(nullptr, 1), -1);
-    EXPECT_EQ(calconf_Close(&none, 0), -1);
-    EXPECT_EQ(calconf_Close(nullptr, 0), -1);
-    EXPECT_EQ(calconf_CloseQuick(&none, 0), -1);
-    EXPECT_EQ(calconf_Open("x", nullptr), -1);
+    EXPECT_EQ(calconf_Modify(nullptr, "a", "b") + calconf_Delete(nullptr, "a", 0) + calconf_Flush(nullptr) +
+                  calconf_Close(&none, 0) + calconf_CloseQuick(&none, 0),
+              -5);
 
     TempDir dir;
     calconf_handle *h = nullptr;
@@ -158,7 +152,6 @@ TEST(CalConf, NullHandlesAndRefusedNames) {
     ASSERT_NE(h, nullptr);  // kept, empty, to be filled or closed
     for (const char *bad : {"", "a=b", "#a", " a", "a ", "\ta", "a\nb", "a\rb"})
         EXPECT_EQ(calconf_Modify(h, bad, "v"), -1) << bad;
-    EXPECT_EQ(calconf_Modify(h, "ok", nullptr), -1);
     EXPECT_EQ(h->dirty, 0);
     EXPECT_EQ(calconf_Modify(h, "a!b\"c,d", "v"), 0);
     EXPECT_EQ(calconf_Flush(h), -1);  // no write driver after a failed open
@@ -200,7 +193,7 @@ TEST(CalConf, CloseQuickWritesSortedAndLeavesNoTemporary) {
     EXPECT_EQ(calconf_CloseQuick(&h, 0), 0);
     // Sorted ignoring case; the two "beta" entries keep their order.
     EXPECT_EQ(read_file(path), "Alpha = \"two words\"\nalpha.x = 3\nbeta = b\nbeta = last\nmid = m\nzeta = 1\n");
-    EXPECT_EQ(listing(dir.path()), std::vector<std::string>{"q.conf"});
+    EXPECT_EQ(entries_in(dir.path()), 1u);
     ASSERT_EQ(calconf_Open(path.c_str(), &h), 0);
     EXPECT_STREQ(calconf_Get(h, "beta"), "last");
     ASSERT_EQ(calconf_Modify(h, "gone", "g"), 0);
@@ -232,7 +225,7 @@ TEST(CalConf, CloseQuickFailureKeepsTheOldFile) {
     calconf_Modify(h, "a", "1");
     EXPECT_EQ(calconf_CloseQuick(&h, 0), -1);
     EXPECT_EQ(h, nullptr);
-    EXPECT_EQ(listing(dir.path()), std::vector<std::string>{"target"});
+    EXPECT_EQ(entries_in(dir.path()), 1u);
     EXPECT_EQ(read_file(dir.file("target/inside")), "x");
 }
 
@@ -264,21 +257,14 @@ TEST(CalConf, RandomEntriesRoundTripThroughTheQuickClose) {
         EXPECT_EQ(calconf_Open(path.c_str(), &h), -1);  // new file
         ASSERT_NE(h, nullptr);
         for (int i = 0; i < 200; ++i) {
-            // A unique, sortable name keeps the expected order simple.
-            char key[16];
-            std::snprintf(key, sizeof key, "k%04d", i);
-            const std::string name = key + random_text(rng, true);
+            // A unique, sortable start keeps the expected order simple.
+            const std::string name = std::to_string(1000 + i) + random_text(rng, true);
             const std::string value = random_text(rng, false);
             ASSERT_EQ(calconf_Modify(h, name.c_str(), value.c_str()), 0) << name;
             expect.emplace_back(name, value);
         }
         ASSERT_EQ(calconf_CloseQuick(&h, 0), 0);
-        const Entries got = load(path);
-        ASSERT_EQ(got.size(), expect.size());
-        for (size_t i = 0; i < got.size(); ++i) {
-            EXPECT_EQ(got[i].first, expect[i].first) << i;
-            EXPECT_EQ(got[i].second, expect[i].second) << expect[i].first;
-        }
+        ASSERT_EQ(load(path), expect) << "round " << round;
     }
 }
 
@@ -335,7 +321,7 @@ TEST(CalConf, KilledQuickCloseLeavesOldOrNewFile) {
     std::mt19937 rng(6);
     // Up to twice the measured time: a loaded machine stretches the close.
     std::uniform_int_distribution<long> delay(0, 2 * full.count());
-    int killed = 0, completed = 0, saw_old = 0, saw_new = 0;
+    int killed = 0, saw_old = 0;
     for (int round = 0; round < 200; ++round) {
         write_file(path, old_text);
         pid = run_child();
@@ -345,26 +331,21 @@ TEST(CalConf, KilledQuickCloseLeavesOldOrNewFile) {
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
         const Entries got = load(path);
         ASSERT_TRUE(got == old_entries || got == new_entries) << "round " << round << ": " << got.size() << " entries";
-        (got == old_entries ? saw_old : saw_new)++;
+        saw_old += got == old_entries;
         if (WIFEXITED(status)) {
-            ++completed;
             ASSERT_EQ(WEXITSTATUS(status), 0);
             ASSERT_EQ(got, new_entries);
-            ASSERT_EQ(listing(dir.path()), std::vector<std::string>{"big.conf"}) << "round " << round;
+            ASSERT_EQ(entries_in(dir.path()), 1u) << "round " << round;
         } else {
             ++killed;
             // A killed close may leave its temporary: clear it for the next round.
-            for (const auto &name : listing(dir.path()))
-                if (name != "big.conf") std::filesystem::remove(dir.file(name));
+            for (const auto &e : std::filesystem::directory_iterator(dir.path()))
+                if (e.path() != path) std::filesystem::remove(e.path());
         }
     }
     calconf_Close(&h, 1);
     EXPECT_GT(killed, 0);
-    RecordProperty("killed", killed);
-    RecordProperty("completed", completed);
-    RecordProperty("old", saw_old);
-    RecordProperty("new", saw_new);
-    RecordProperty("close_us", static_cast<int>(full.count()));
+    EXPECT_GT(saw_old, 0);  // some kills came before the rename
 }
 
 }  // namespace

@@ -28,7 +28,9 @@
  * repeat: look-ups and edits act on the last entry of that name.
  *
  * Status codes: 0 success, -1 failure (and 1 for calconf_Delete when
- * nothing matched). Nothing is logged. Strings handed out are allocated with
+ * nothing matched). This module logs nothing itself; the platform's file
+ * driver reports a file it cannot read (level 3) and skipped malformed lines
+ * (level 4). Strings handed out are allocated with
  * malloc: free them with free(). A handle is used by one thread at a time.
  */
 #ifndef ORVUTIL_CAL_CONF_H
@@ -41,7 +43,10 @@
 ORV_BEGIN_DECLS
 
 /* An open configuration file. The fields may be read; change them only
- * through the functions below. */
+ * through the functions below (the look-up index relies on it). Look-ups
+ * take constant time on average: the index is built on the first look-up
+ * and kept up to date by the edits (a delete rebuilds it on the next
+ * look-up). */
 typedef struct calconf_handle {
     char *filename;                  /* copy of the path given to calconf_Open (may be NULL) */
     array_t *names;                  /* string array of entry names */
@@ -50,6 +55,7 @@ typedef struct calconf_handle {
     config_cache *cache;             /* the cache the file was read into */
     config_readdriver *readdriver;   /* the file read driver (NULL once released) */
     config_writedriver *writedriver; /* the file write driver (NULL once released) */
+    struct calconf_index *index;     /* private: name look-up index, built on demand */
 } calconf_handle;
 
 /* Opens path: *out receives a new handle holding every entry of the file
