@@ -1,5 +1,8 @@
 #include "config_text.hpp"
 
+#include <algorithm>
+#include <cstring>
+
 #include "orv/ascii.hpp"
 
 namespace {
@@ -16,23 +19,25 @@ std::string_view trim_right(std::string_view s) {
     return s;
 }
 
-// Reads the value that starts at s[i] into line.value, or sets line.error.
-void parse_value(std::string_view s, size_t i, ConfigLine &line) {
+// Decodes the value that starts at s[i] into *out (NUL-terminated) and
+// advances *out past it. Returns NULL, or why the value is malformed.
+const char *parse_value(std::string_view s, size_t i, char **out) {
     i = skip_blanks(s, i);
+    char *w = *out;
     if (i >= s.size() || s[i] != '"') {
-        line.value = trim_right(s.substr(i < s.size() ? i : s.size()));
-        return;
+        const std::string_view plain = trim_right(s.substr(std::min(i, s.size())));
+        std::memcpy(w, plain.data(), plain.size());
+        w[plain.size()] = '\0';
+        *out = w + plain.size() + 1;
+        return nullptr;
     }
-    std::string value;
     for (++i; i < s.size(); ++i) {
         char c = s[i];
         if (c == '"') {
-            if (skip_blanks(s, i + 1) != s.size()) {
-                line.error = "text after the closing quote";
-                return;
-            }
-            line.value = std::move(value);
-            return;
+            if (skip_blanks(s, i + 1) != s.size()) return "text after the closing quote";
+            *w = '\0';
+            *out = w + 1;
+            return nullptr;
         }
         if (c == '\\' && i + 1 < s.size()) {
             c = s[++i];
@@ -43,9 +48,9 @@ void parse_value(std::string_view s, size_t i, ConfigLine &line) {
                 default: break;  // \" \\ and any other pair stand for the second character
             }
         }
-        value += c;
+        *w++ = c;
     }
-    line.error = "unterminated quote";
+    return "unterminated quote";
 }
 
 bool needs_quotes(std::string_view value) {
@@ -60,36 +65,50 @@ bool needs_quotes(std::string_view value) {
 
 }  // namespace
 
-void parse_config_text(std::string_view text, const std::function<void(const ConfigLine &)> &emit) {
+// A line of n bytes writes at most n + 2 (two terminators; " = " or the
+// quotes pay for the rest), and lines are at most newlines + 1.
+size_t config_arena_size(std::string_view text) {
+    return text.size() + 2 * (static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
+}
+
+void parse_config_text(std::string_view text, char *arena, ConfigSink &sink) {
     int number = 0;
     while (!text.empty()) {
-        size_t end = text.find('\n');
+        const size_t end = text.find('\n');
         std::string_view raw = text.substr(0, end);
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         ++number;
         if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);
 
-        ConfigLine line;
-        line.number = number;
         const size_t start = skip_blanks(raw, 0);
         if (start == raw.size() || raw[start] == '#') continue;
         if (start > 0 && raw[start] == ',') {
-            line.continuation = true;
-            parse_value(raw, start + 1, line);
-            emit(line);
+            const char *value = arena;
+            if (const char *why = parse_value(raw, start + 1, &arena))
+                sink.malformed(number, why);
+            else
+                sink.continuation(number, value);
             continue;
         }
         const size_t eq = raw.find('=', start);
         if (eq == std::string_view::npos) {
-            line.error = "no '='";
-        } else {
-            line.name = trim_right(raw.substr(start, eq - start));
-            if (line.name.empty())
-                line.error = "empty name";
-            else
-                parse_value(raw, eq + 1, line);
+            sink.malformed(number, "no '='");
+            continue;
         }
-        emit(line);
+        const std::string_view name = trim_right(raw.substr(start, eq - start));
+        if (name.empty()) {
+            sink.malformed(number, "empty name");
+            continue;
+        }
+        char *name_copy = arena;
+        std::memcpy(name_copy, name.data(), name.size());
+        name_copy[name.size()] = '\0';
+        arena += name.size() + 1;
+        const char *value = arena;
+        if (const char *why = parse_value(raw, eq + 1, &arena))
+            sink.malformed(number, why);
+        else
+            sink.entry(number, name_copy, name.size(), value);
     }
 }
 

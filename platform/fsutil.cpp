@@ -30,20 +30,34 @@ bool make_dirs(const std::string &path) {
     return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST;
 }
 
-bool read_file(const std::string &path, std::string *out) {
+bool read_file(const std::string &path, std::string *out, struct stat *st) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
+    struct stat local;
+    if (st == nullptr) st = &local;
+    if (::fstat(fd, st) != 0) {
+        ::close(fd);
+        return false;
+    }
     out->clear();
+    // Sized from fstat, read until end of file: the file may grow or shrink
+    // while it is read.
+    if (S_ISREG(st->st_mode) && st->st_size > 0) out->reserve(static_cast<size_t>(st->st_size) + 1);
     char buf[65536];
     for (;;) {
-        ssize_t n = ::read(fd, buf, sizeof buf);
+        const size_t room = out->capacity() - out->size();
+        const size_t want = room > sizeof buf ? room : sizeof buf;
+        const size_t old = out->size();
+        out->resize(old + want);
+        const ssize_t n = ::read(fd, out->data() + old, want);
         if (n < 0) {
+            out->resize(old);
             if (errno == EINTR) continue;
             ::close(fd);
             return false;
         }
+        out->resize(old + static_cast<size_t>(n));
         if (n == 0) break;
-        out->append(buf, static_cast<size_t>(n));
     }
     ::close(fd);
     return true;
