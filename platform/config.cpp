@@ -3,6 +3,7 @@
 #include "orvutil/platform/config.h"
 
 #include <atomic>
+#include <deque>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -19,34 +20,15 @@
 #include <vector>
 
 #include "orv/ascii.hpp"
+#include "orv/confname.hpp"
 #include "orv/fsutil.hpp"
 #include "orvutil/platform/zolog.h"
 #include "config_text.hpp"
 
 namespace {
 
-// Hash of a configuration name with ASCII case folded: OR-ing 0x20 into every
-// byte maps 'A'-'Z' onto 'a'-'z' (and folds a few other bytes too, which
-// only costs a rare extra comparison). Eight bytes at a time.
-uint64_t name_hash(const char *name, size_t len) {
-    constexpr uint64_t fold = 0x2020202020202020ull;
-    uint64_t h = len * 0x9e3779b97f4a7c15ull;
-    size_t i = 0;
-    for (; i + 8 <= len; i += 8) {
-        uint64_t w;
-        std::memcpy(&w, name + i, 8);
-        h = (h ^ (w | fold)) * 0xff51afd7ed558ccdull;
-        h ^= h >> 32;
-    }
-    uint64_t w = 0;
-    std::memcpy(&w, name + i, len - i);
-    h = (h ^ (w | fold)) * 0xc4ceb9fe1a85ec53ull;
-    return h ^ (h >> 29);
-}
-
-bool same_name(const char *a, const char *b, size_t len) {
-    return std::memcmp(a, b, len) == 0 || orv::ascii_iequal(std::string_view(a, len), std::string_view(b, len));
-}
+using orv::confname_equal;
+using orv::confname_hash;
 
 struct Entry {
     const char *name;
@@ -57,10 +39,11 @@ struct Entry {
 };
 
 // One complete read of a cache's drivers. Immutable once published. Names
-// and values live in arenas (one per file read), so a read costs a few large
-// allocations rather than several per entry.
+// and values live in the text of each file read, decoded in place, so a read
+// costs a few large allocations rather than several per entry.
 struct Snapshot {
-    std::vector<std::unique_ptr<char[]>> arenas;
+    std::deque<std::string> texts;  // files parsed in place (a deque never moves them)
+    std::vector<std::unique_ptr<char[]>> arenas;  // copies made by config_add_entry
     std::vector<Entry> entries;
     std::vector<const char *> values;
     std::vector<uint32_t> slots;  // open addressing: 0 empty, else index + 1 of a name's last entry
@@ -68,7 +51,7 @@ struct Snapshot {
 
     void begin_entry(const char *name, size_t len, const char *value) {
         end_entry();
-        entries.push_back({name, len, name_hash(name, len), static_cast<uint32_t>(values.size()), 1});
+        entries.push_back({name, len, confname_hash(name, len), static_cast<uint32_t>(values.size()), 1});
         values.push_back(value);
         open_entry = entries.size() - 1;
     }
@@ -98,7 +81,7 @@ struct Snapshot {
                     break;
                 }
                 const Entry &other = entries[slots[at] - 1];
-                if (other.hash == e.hash && other.name_len == e.name_len && same_name(other.name, e.name, e.name_len)) {
+                if (other.hash == e.hash && other.name_len == e.name_len && confname_equal(other.name, e.name, e.name_len)) {
                     slots[at] = static_cast<uint32_t>(i + 1);
                     break;
                 }
@@ -108,11 +91,11 @@ struct Snapshot {
 
     const Entry *find(const char *key) const {
         const size_t len = std::strlen(key);
-        const uint64_t hash = name_hash(key, len);
+        const uint64_t hash = confname_hash(key, len);
         const size_t mask = slots.size() - 1;
         for (size_t at = hash & mask; slots[at] != 0; at = (at + 1) & mask) {
             const Entry &e = entries[slots[at] - 1];
-            if (e.hash == hash && e.name_len == len && same_name(e.name, key, len)) return &e;
+            if (e.hash == hash && e.name_len == len && confname_equal(e.name, key, len)) return &e;
         }
         return nullptr;
     }
@@ -199,11 +182,12 @@ int file_fetch(config_readdriver *self, config_cache *cache) {
     }
     drv->mtime = st.st_mtim;
     drv->size = st.st_size;
-    auto arena = std::make_unique<char[]>(config_arena_size(text));
+    snap->texts.push_back(std::move(text));
+    std::string &kept = snap->texts.back();
+    kept.push_back('\0');  // the spare byte the in-place parser may write
     SnapshotSink sink(*snap, drv->path);
-    parse_config_text(text, arena.get(), sink);
+    parse_config_text(kept.data(), kept.size() - 1, sink);
     snap->end_entry();
-    snap->arenas.push_back(std::move(arena));
     return 0;
 }
 

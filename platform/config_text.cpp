@@ -19,28 +19,32 @@ std::string_view trim_right(std::string_view s) {
     return s;
 }
 
-// Decodes the value that starts at s[i] into *out (NUL-terminated) and
-// advances *out past it. Returns NULL, or why the value is malformed.
-const char *parse_value(std::string_view s, size_t i, char **out) {
+// Decodes, in place, the value that starts at line[i], the line ending at
+// line[len] (a byte that may be overwritten). Returns the value, or NULL
+// with *why set when the value is malformed.
+char *parse_value(char *line, size_t len, size_t i, const char **why) {
+    const std::string_view s(line, len);
     i = skip_blanks(s, i);
-    char *w = *out;
-    if (i >= s.size() || s[i] != '"') {
-        const std::string_view plain = trim_right(s.substr(std::min(i, s.size())));
-        std::memcpy(w, plain.data(), plain.size());
-        w[plain.size()] = '\0';
-        *out = w + plain.size() + 1;
-        return nullptr;
+    if (i >= len || line[i] != '"') {
+        const size_t start = std::min(i, len);
+        const std::string_view plain = trim_right(s.substr(start));
+        line[start + plain.size()] = '\0';
+        return line + start;
     }
-    for (++i; i < s.size(); ++i) {
-        char c = s[i];
+    char *value = line + i;  // decoded over the opening quote onwards
+    char *w = value;
+    for (++i; i < len; ++i) {
+        char c = line[i];
         if (c == '"') {
-            if (skip_blanks(s, i + 1) != s.size()) return "text after the closing quote";
+            if (skip_blanks(s, i + 1) != len) {
+                *why = "text after the closing quote";
+                return nullptr;
+            }
             *w = '\0';
-            *out = w + 1;
-            return nullptr;
+            return value;
         }
-        if (c == '\\' && i + 1 < s.size()) {
-            c = s[++i];
+        if (c == '\\' && i + 1 < len) {
+            c = line[++i];
             switch (c) {
                 case 'n': c = '\n'; break;
                 case 'r': c = '\r'; break;
@@ -50,7 +54,8 @@ const char *parse_value(std::string_view s, size_t i, char **out) {
         }
         *w++ = c;
     }
-    return "unterminated quote";
+    *why = "unterminated quote";
+    return nullptr;
 }
 
 bool needs_quotes(std::string_view value) {
@@ -65,50 +70,56 @@ bool needs_quotes(std::string_view value) {
 
 }  // namespace
 
-// A line of n bytes writes at most n + 2 (two terminators; " = " or the
-// quotes pay for the rest), and lines are at most newlines + 1.
-size_t config_arena_size(std::string_view text) {
-    return text.size() + 2 * (static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
+namespace {
+
+// One line of n bytes; line[n] is the line's end (newline, carriage return,
+// or the spare byte after the text) and may be overwritten.
+void parse_line(char *line, size_t n, int number, ConfigSink &sink) {
+    const std::string_view raw(line, n);
+    const size_t start = skip_blanks(raw, 0);
+    if (start == n || line[start] == '#') return;
+    const char *why = nullptr;
+    if (start > 0 && line[start] == ',') {
+        if (const char *value = parse_value(line, n, start + 1, &why))
+            sink.continuation(number, value);
+        else
+            sink.malformed(number, why);
+        return;
+    }
+    const size_t eq = raw.find('=', start);
+    if (eq == std::string_view::npos) {
+        sink.malformed(number, "no '='");
+        return;
+    }
+    const std::string_view name = trim_right(raw.substr(start, eq - start));
+    if (name.empty()) {
+        sink.malformed(number, "empty name");
+        return;
+    }
+    // The value is read first: the name's terminator goes over a blank or
+    // the '=' that the value no longer needs.
+    const char *value = parse_value(line, n, eq + 1, &why);
+    if (value == nullptr) {
+        sink.malformed(number, why);
+        return;
+    }
+    line[start + name.size()] = '\0';
+    sink.entry(number, line + start, name.size(), value);
 }
 
-void parse_config_text(std::string_view text, char *arena, ConfigSink &sink) {
-    int number = 0;
-    while (!text.empty()) {
-        const size_t end = text.find('\n');
-        std::string_view raw = text.substr(0, end);
-        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-        ++number;
-        if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);
+}  // namespace
 
-        const size_t start = skip_blanks(raw, 0);
-        if (start == raw.size() || raw[start] == '#') continue;
-        if (start > 0 && raw[start] == ',') {
-            const char *value = arena;
-            if (const char *why = parse_value(raw, start + 1, &arena))
-                sink.malformed(number, why);
-            else
-                sink.continuation(number, value);
-            continue;
-        }
-        const size_t eq = raw.find('=', start);
-        if (eq == std::string_view::npos) {
-            sink.malformed(number, "no '='");
-            continue;
-        }
-        const std::string_view name = trim_right(raw.substr(start, eq - start));
-        if (name.empty()) {
-            sink.malformed(number, "empty name");
-            continue;
-        }
-        char *name_copy = arena;
-        std::memcpy(name_copy, name.data(), name.size());
-        name_copy[name.size()] = '\0';
-        arena += name.size() + 1;
-        const char *value = arena;
-        if (const char *why = parse_value(raw, eq + 1, &arena))
-            sink.malformed(number, why);
-        else
-            sink.entry(number, name_copy, name.size(), value);
+void parse_config_text(char *text, size_t len, ConfigSink &sink) {
+    int number = 0;
+    char *const end = text + len;
+    for (char *line = text; line < end;) {
+        char *newline = static_cast<char *>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+        char *next = newline != nullptr ? newline + 1 : end;
+        size_t n = static_cast<size_t>((newline != nullptr ? newline : end) - line);
+        if (n > 0 && line[n - 1] == '\r') --n;
+        ++number;
+        parse_line(line, n, number, sink);
+        line = next;
     }
 }
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 // Receives what the parser finds, in file order; comment and blank lines are
-// passed over. Texts point into the caller's arena and are NUL-terminated.
+// passed over. Texts point into the parsed buffer and are NUL-terminated.
 class ConfigSink {
 public:
     virtual ~ConfigSink() = default;
@@ -18,12 +18,11 @@ public:
     virtual void malformed(int line, const char *why) = 0;
 };
 
-// Bytes of arena that parse_config_text may write for text.
-size_t config_arena_size(std::string_view text);
-
-// Parses text, writing the decoded names and values into arena (at least
-// config_arena_size(text) bytes), and reports each line to sink.
-void parse_config_text(std::string_view text, char *arena, ConfigSink &sink);
+// Parses text[0 .. len) in place and reports each line to sink: names and
+// values are decoded where they stand (a decoded text is never longer than
+// its source) and terminated over the byte that follows them, so text must
+// have one writable byte at text[len].
+void parse_config_text(char *text, size_t len, ConfigSink &sink);
 
 // "name = value\n", the value quoted and escaped when it holds a blank, tab,
 // line feed, carriage return, double quote, comma or backslash.

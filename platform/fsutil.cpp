@@ -45,19 +45,20 @@ bool read_file(const std::string &path, std::string *out, struct stat *st) {
     if (S_ISREG(st->st_mode) && st->st_size > 0) out->reserve(static_cast<size_t>(st->st_size) + 1);
     char buf[65536];
     for (;;) {
+        // Read straight into the string's spare room; past the expected size
+        // through a buffer, so a file that grew is still read whole.
         const size_t room = out->capacity() - out->size();
-        const size_t want = room > sizeof buf ? room : sizeof buf;
         const size_t old = out->size();
-        out->resize(old + want);
-        const ssize_t n = ::read(fd, out->data() + old, want);
+        if (room > 0) out->resize(old + room);
+        const ssize_t n = room > 0 ? ::read(fd, out->data() + old, room) : ::read(fd, buf, sizeof buf);
+        if (room > 0) out->resize(old + static_cast<size_t>(n > 0 ? n : 0));
         if (n < 0) {
-            out->resize(old);
             if (errno == EINTR) continue;
             ::close(fd);
             return false;
         }
-        out->resize(old + static_cast<size_t>(n));
         if (n == 0) break;
+        if (room == 0) out->append(buf, static_cast<size_t>(n));
     }
     ::close(fd);
     return true;
