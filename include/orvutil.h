@@ -6,12 +6,17 @@
 
 #include "orvutil/platform/array.h"
 #include "orvutil/platform/config.h"
+#include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
 #include "orvutil/platform/zolog.h"
 
 /* Dates, durations and periods. */
 
 /* Text: identifiers, escaping, argument lists, web encodings. */
+#include "orvutil/cal_errorHandler.h"
+#include "orvutil/cal_exactstr.h"
+#include "orvutil/cal_parseutil.h"
+#include "orvutil/url_encode_decode.h"
 
 /* Containers and URLs. */
 
