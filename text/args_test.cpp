@@ -101,29 +101,20 @@ TEST(Lists, SplitIntoListsAndArrays) {
     EXPECT_EQ(strings_of(untouched), Strings{});
 }
 
-TEST(Lists, GrowthAndLongLists) {
-    // 25 elements: the list grows twice past its first 10 slots.
-    std::string text;
-    Strings expect;
-    for (int i = 0; i < 25; ++i) {
-        text += (i ? ";" : "") + std::to_string(i);
-        expect.push_back(std::to_string(i));
-    }
+TEST(Lists, LongListsGrowPastTheFirstSlots) {
+    // A mebibyte with a delimiter every 16 bytes and a quote at the very end.
+    std::string big;
+    while (big.size() < (1 << 20)) big += "0123456789abcde;";
     char **list = nullptr;
     int count = 0;
-    ASSERT_EQ(cal_parseutil_get_semicolon_list(text.c_str(), &list, &count), 0);
-    EXPECT_EQ(Strings(list, list + count), expect);
+    ASSERT_EQ(cal_parseutil_get_semicolon_list((big + "\"q\"").c_str(), &list, &count), 0);
+    EXPECT_EQ(count, (1 << 16) + 1);
+    EXPECT_STREQ(list[12345], "0123456789abcde");
+    EXPECT_STREQ(list[count - 1], "\"q\"");
     cal_parseutil_free_char_list(&list, count);
     array_t *a = nullptr;
     cal_parseutil_get_comma_array("p,q", &a);
     EXPECT_EQ(strings_of(a), (Strings{"p", "q"}));
-    // A mebibyte with a delimiter every 16 bytes and a quote at the very end.
-    std::string big;
-    while (big.size() < (1 << 20)) big += "0123456789abcde,";
-    ASSERT_EQ(cal_parseutil_get_comma_list((big + "\"q\"").c_str(), &list, &count), 0);
-    EXPECT_EQ(count, (1 << 16) + 1);
-    EXPECT_STREQ(list[count - 1], "\"q\"");
-    cal_parseutil_free_char_list(&list, count);
 }
 
 TEST(Lists, StringArrays) {
