@@ -159,10 +159,12 @@ ORV_API char *cal_parseutil_trim(char *s) ORV_NOEXCEPT;
  * that quote and the next one, and whatever stands between the closing
  * quote and the next delimiter is dropped; an unclosed quote takes the rest
  * of the text. A last element with no delimiter behind it keeps its quotes.
- * Empty elements are kept ("a,,b," gives "a" "" "b" "").
+ * Empty elements are kept ("a,,b," gives "a" "" "b" ""). A NUL delimiter
+ * gives the whole text as one element.
  *
  * cal_parseutil_get_char_list stores NSPR strings in an NSPR array of
- * pointers (capacity 10, grown by 10), freed with
+ * pointers (capacity 10, grown by 10, so a list of n elements costs n / 10
+ * reallocations), freed with
  * cal_parseutil_free_char_list. Returns 0 with *count set (0 with count 0
  * for a NULL text); 1 with count 0 when list or count is NULL or an
  * allocation other than growth fails; 3 with count 0 when growth fails.
