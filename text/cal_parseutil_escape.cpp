@@ -263,10 +263,9 @@ char *convert_to_xml(const char *source, bool compress, bool full) {
         w += kEntityLength;
     };
 #if defined(__SSE2__)
-    // Sixteen bytes at a time; within a block, each run between entities is
-    // copied from a 32-byte scratch copy of the block as one 16-byte move.
-    alignas(16) unsigned char scratch[32] = {};
-    while (end - p >= 16) {
+    // Sixteen bytes at a time while 32 remain, so that each run between
+    // entities can be copied from the source as one 16-byte move.
+    while (end - p >= 32) {
         const auto x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
         auto bits = static_cast<unsigned>(_mm_movemask_epi8(full ? block_full(x) : block_lines(x)));
         if (bits == 0) {
@@ -275,17 +274,16 @@ char *convert_to_xml(const char *source, bool compress, bool full) {
             p += 16;
             continue;
         }
-        _mm_store_si128(reinterpret_cast<__m128i *>(scratch), x);
         unsigned from = 0;
         while (bits != 0) {
             const auto at = static_cast<unsigned>(__builtin_ctz(bits));
             bits &= bits - 1;
-            std::memcpy(w, scratch + from, 16);
+            std::memcpy(w, p + from, 16);
             w += at - from;
             emit(p + at);
             from = at + 1;
         }
-        std::memcpy(w, scratch + from, 16);
+        std::memcpy(w, p + from, 16);
         w += 16 - from;
         p += 16;
     }

@@ -153,13 +153,12 @@ char *decode(const char *text, char escape_char) {
     const unsigned char *end = p + len;
     auto *w = reinterpret_cast<unsigned char *>(out);
 #if defined(__SSE2__)
-    // Sixteen bytes at a time; within a block each run between escapes is
-    // copied from a 32-byte scratch copy of the block as one 16-byte move.
-    // An escape may reach up to two bytes into the next block.
-    alignas(16) unsigned char scratch[32] = {};
+    // Sixteen bytes at a time while 32 remain, so that each run between
+    // escapes can be copied from the text as one 16-byte move. An escape may
+    // reach up to two bytes into the next block.
     const __m128i want_escape = _mm_set1_epi8(static_cast<char>(escape));
     const __m128i want_plus = _mm_set1_epi8('+');
-    while (end - p >= 16) {
+    while (end - p >= 32) {
         const auto x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
         auto bits = static_cast<unsigned>(
             _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(x, want_escape), _mm_cmpeq_epi8(x, want_plus))));
@@ -169,18 +168,17 @@ char *decode(const char *text, char escape_char) {
             p += 16;
             continue;
         }
-        _mm_store_si128(reinterpret_cast<__m128i *>(scratch), x);
         unsigned from = 0;
         while (bits != 0) {
             const auto at = static_cast<unsigned>(__builtin_ctz(bits));
-            std::memcpy(w, scratch + from, 16);
+            std::memcpy(w, p + from, 16);
             w += at - from;
             from = at + static_cast<unsigned>(decode_one(p + at, w, escape));
             // Bytes an escape consumed are not looked at again.
             bits = from < 16 ? bits & ~((1u << from) - 1) : 0;
         }
         if (from < 16) {
-            std::memcpy(w, scratch + from, 16);
+            std::memcpy(w, p + from, 16);
             w += 16 - from;
             from = 16;
         }
