@@ -18,6 +18,7 @@
 #include <plstr.h>
 
 #include "orv/ascii.hpp"
+#include "orv/confname.hpp"
 #include "orv/fsutil.hpp"
 #include "orvutil/platform/sys.h"
 
@@ -25,7 +26,11 @@
 // ASCII case ignored; for a repeated name it holds the last entry's index.
 // The names stay in the handle's array, so building it allocates once.
 struct calconf_index {
-    std::vector<int> slots;  // entry index, or -1; size a power of two
+    struct Slot {
+        int entry;      // entry index, or -1
+        uint32_t hash;  // low bits of the name's hash: most mismatches end here
+    };
+    std::vector<Slot> slots;  // size a power of two
     int used = 0;
 };
 
@@ -33,27 +38,19 @@ namespace {
 
 constexpr size_t kWriteChunk = 65536;
 
-size_t name_hash(const char *name) {
-    size_t h = 1469598103934665603ull;
-    for (const unsigned char *p = reinterpret_cast<const unsigned char *>(name); *p; ++p)
-        h = (h ^ orv::ascii_tolower(*p)) * 1099511628211ull;
-    return h ^ (h >> 29);
-}
-
-bool same_name(const char *a, const char *b) {
-    for (;; ++a, ++b) {
-        const unsigned char x = orv::ascii_tolower(static_cast<unsigned char>(*a));
-        if (x != orv::ascii_tolower(static_cast<unsigned char>(*b))) return false;
-        if (x == 0) return true;
-    }
-}
-
-// The slot holding name, or the empty slot where it would go.
-size_t probe(const calconf_index &index, const array_t *names, const char *name) {
+// The slot holding name, or the empty slot where it would go; *hash
+// receives the name's hash.
+size_t probe(const calconf_index &index, const array_t *names, const char *name, uint32_t *hash) {
     const size_t mask = index.slots.size() - 1;
-    for (size_t at = name_hash(name) & mask;; at = (at + 1) & mask) {
-        const int i = index.slots[at];
-        if (i < 0 || same_name(strarray_elementat(names, i), name)) return at;
+    const size_t len = std::strlen(name);
+    const uint64_t full = orv::confname_hash(name, len);
+    *hash = static_cast<uint32_t>(full);
+    for (size_t at = (full >> 32) & mask;; at = (at + 1) & mask) {
+        const calconf_index::Slot &slot = index.slots[at];
+        if (slot.entry < 0) return at;
+        if (slot.hash != *hash) continue;
+        const char *other = strarray_elementat(names, slot.entry);
+        if (std::strlen(other) == len && orv::confname_equal(other, name, len)) return at;
     }
 }
 
@@ -61,15 +58,16 @@ size_t probe(const calconf_index &index, const array_t *names, const char *name)
 // it would pass half full.
 void index_put(calconf_index &index, const array_t *names, int i) {
     if (2 * (static_cast<size_t>(index.used) + 1) > index.slots.size()) {
-        std::vector<int> old(std::max<size_t>(16, 2 * index.slots.size()), -1);
+        std::vector<calconf_index::Slot> old(std::max<size_t>(16, 2 * index.slots.size()), {-1, 0});
         old.swap(index.slots);
         index.used = 0;
-        for (int j : old)
-            if (j >= 0) index_put(index, names, j);
+        for (const auto &slot : old)
+            if (slot.entry >= 0) index_put(index, names, slot.entry);
     }
-    int &slot = index.slots[probe(index, names, strarray_elementat(names, i))];
-    if (slot < 0) ++index.used;
-    slot = i;
+    uint32_t hash;
+    calconf_index::Slot &slot = index.slots[probe(index, names, strarray_elementat(names, i), &hash)];
+    if (slot.entry < 0) ++index.used;
+    slot = {i, hash};
 }
 
 void drop_index(calconf_handle *h) {
@@ -85,11 +83,12 @@ int find_last(calconf_handle *h, const char *name) {
             const int count = array_count(h->names);
             size_t size = 16;
             while (size < 2 * static_cast<size_t>(count) + 2) size *= 2;
-            index->slots.assign(size, -1);
+            index->slots.assign(size, {-1, 0});
             for (int i = 0; i < count; ++i) index_put(*index, h->names, i);
             h->index = index.release();
         }
-        return h->index->slots[probe(*h->index, h->names, name)];
+        uint32_t hash;
+        return h->index->slots[probe(*h->index, h->names, name, &hash)].entry;
     } catch (const std::bad_alloc &) {
         drop_index(h);
         return strarray_lastof(h->names, name, 1);

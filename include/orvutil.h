@@ -7,6 +7,7 @@
 #include "orvutil/platform/array.h"
 #include "orvutil/platform/config.h"
 #include "orvutil/platform/mee.h"
+#include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
 #include "orvutil/platform/zolog.h"
 
@@ -14,6 +15,10 @@
 #include "orvutil/cal_time.h"
 
 /* Text: identifiers, escaping, argument lists, web encodings. */
+#include "orvutil/cal_errorHandler.h"
+#include "orvutil/cal_exactstr.h"
+#include "orvutil/cal_parseutil.h"
+#include "orvutil/url_encode_decode.h"
 
 /* Containers and URLs. */
 #include "orvutil/cal_dict.h"

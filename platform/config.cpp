@@ -3,6 +3,7 @@
 #include "orvutil/platform/config.h"
 
 #include <atomic>
+#include <deque>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -19,53 +20,84 @@
 #include <vector>
 
 #include "orv/ascii.hpp"
+#include "orv/confname.hpp"
 #include "orv/fsutil.hpp"
 #include "orvutil/platform/zolog.h"
 #include "config_text.hpp"
 
 namespace {
 
-// Hash and equality for configuration names: ASCII case is ignored. Both
-// accept string_view so that a look-up never allocates.
-struct NameHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const noexcept {
-        size_t h = 1469598103934665603ull;
-        for (unsigned char c : s) h = (h ^ orv::ascii_tolower(c)) * 1099511628211ull;
-        return h;
-    }
-};
-struct NameEqual {
-    using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const noexcept { return orv::ascii_iequal(a, b); }
-};
+using orv::confname_equal;
+using orv::confname_hash;
 
 struct Entry {
-    std::string name;
-    std::vector<std::string> values;
-    std::vector<const char *> pointers;  // values as C strings, NULL-terminated
-
-    void seal() {
-        pointers.clear();
-        for (const auto &v : values) pointers.push_back(v.c_str());
-        pointers.push_back(nullptr);
-    }
+    const char *name;
+    size_t name_len;
+    uint64_t hash;
+    uint32_t first_value;  // index into Snapshot::values
+    uint32_t nvalues;      // values[first_value + nvalues] is NULL
 };
 
-// One complete read of a cache's drivers. Immutable once published.
+// One complete read of a cache's drivers. Immutable once published. Names
+// and values live in the text of each file read, decoded in place, so a read
+// costs a few large allocations rather than several per entry.
 struct Snapshot {
+    std::deque<std::string> texts;  // files parsed in place (a deque never moves them)
+    std::vector<std::unique_ptr<char[]>> arenas;  // copies made by config_add_entry
     std::vector<Entry> entries;
-    std::unordered_map<std::string, size_t, NameHash, NameEqual> last;  // name -> index of its last entry
+    std::vector<const char *> values;
+    std::vector<uint32_t> slots;  // open addressing: 0 empty, else index + 1 of a name's last entry
+    size_t open_entry = SIZE_MAX;  // entry still taking continuation values while building
 
-    // Entries move while the vector grows (and short strings move with
-    // them), so the C-string pointers are taken once, by seal_all, when the
-    // snapshot is complete.
-    void seal_all() {
-        last.clear();
+    void begin_entry(const char *name, size_t len, const char *value) {
+        end_entry();
+        entries.push_back({name, len, confname_hash(name, len), static_cast<uint32_t>(values.size()), 1});
+        values.push_back(value);
+        open_entry = entries.size() - 1;
+    }
+    bool add_value(const char *value) {
+        if (open_entry == SIZE_MAX) return false;
+        values.push_back(value);
+        entries[open_entry].nvalues++;
+        return true;
+    }
+    void end_entry() {
+        if (open_entry != SIZE_MAX) values.push_back(nullptr);
+        open_entry = SIZE_MAX;
+    }
+
+    // Indexes every name once the entries are complete; a later entry of a
+    // name replaces an earlier one, so a look-up finds the last.
+    void build_index() {
+        end_entry();
+        size_t size = 16;
+        while (size < entries.size() * 2) size *= 2;
+        slots.assign(size, 0);
         for (size_t i = 0; i < entries.size(); ++i) {
-            entries[i].seal();
-            last[entries[i].name] = i;
+            const Entry &e = entries[i];
+            for (size_t at = e.hash & (size - 1);; at = (at + 1) & (size - 1)) {
+                if (slots[at] == 0) {
+                    slots[at] = static_cast<uint32_t>(i + 1);
+                    break;
+                }
+                const Entry &other = entries[slots[at] - 1];
+                if (other.hash == e.hash && other.name_len == e.name_len && confname_equal(other.name, e.name, e.name_len)) {
+                    slots[at] = static_cast<uint32_t>(i + 1);
+                    break;
+                }
+            }
         }
+    }
+
+    const Entry *find(const char *key) const {
+        const size_t len = std::strlen(key);
+        const uint64_t hash = confname_hash(key, len);
+        const size_t mask = slots.size() - 1;
+        for (size_t at = hash & mask; slots[at] != 0; at = (at + 1) & mask) {
+            const Entry &e = entries[slots[at] - 1];
+            if (e.hash == hash && e.name_len == len && confname_equal(e.name, key, len)) return &e;
+        }
+        return nullptr;
     }
 };
 
@@ -79,7 +111,9 @@ struct config_cache {
     Snapshot *building = nullptr;  // set while config_fetch runs
 
     config_cache() { publish(std::make_unique<Snapshot>()); }
+    // Indexes a complete snapshot and makes it the one readers see.
     void publish(std::unique_ptr<Snapshot> snap) {
+        snap->build_index();
         current.store(snap.get(), std::memory_order_release);
         published.push_back(std::move(snap));
     }
@@ -88,11 +122,12 @@ struct config_cache {
 
 namespace {
 
-const Entry *find_last(config_cache *cache, const char *key) {
+// The first value of the last entry called key, or NULL.
+const char *lookup(config_cache *cache, const char *key) {
     if (cache == nullptr || key == nullptr) return nullptr;
     const Snapshot &snap = cache->now();
-    auto it = snap.last.find(std::string_view(key));
-    return it == snap.last.end() ? nullptr : &snap.entries[it->second];
+    const Entry *e = snap.find(key);
+    return e != nullptr ? snap.values[e->first_value] : nullptr;
 }
 
 // ---- the file driver --------------------------------------------------------
@@ -114,46 +149,45 @@ void report_malformed(const std::string &path, int line, const char *why) {
     zolog(0, 4, "%s:%d: configuration line skipped: %s", path.c_str(), line, why);
 }
 
+// Adds what the parser finds to the snapshot being built. A continuation
+// after a skipped line has no entry to join and is skipped too.
+class SnapshotSink : public ConfigSink {
+public:
+    SnapshotSink(Snapshot &snap, const std::string &path) : snap_(snap), path_(path) {}
+    void entry(int, const char *name, size_t name_len, const char *value) override {
+        snap_.begin_entry(name, name_len, value);
+    }
+    void continuation(int line, const char *value) override {
+        if (!snap_.add_value(value)) report_malformed(path_, line, "continuation without an entry");
+    }
+    void malformed(int line, const char *why) override {
+        snap_.end_entry();
+        report_malformed(path_, line, why);
+    }
+
+private:
+    Snapshot &snap_;
+    const std::string &path_;
+};
+
 int file_fetch(config_readdriver *self, config_cache *cache) {
     auto *drv = reinterpret_cast<FileReadDriver *>(self);
+    Snapshot *snap = cache->building;
+    if (snap == nullptr) return -1;  // only config_fetch calls the fetch slot
     std::string text;
-    if (!orv::read_file(drv->path, &text)) {
-        zolog(0, 3, "%s: cannot read configuration file: %m", drv->path.c_str());
+    struct stat st;
+    if (!orv::read_file(drv->path, &text, &st)) {
+        zolog(0, 7, "%s: cannot read configuration file: %m", drv->path.c_str());
         return -1;
     }
-    struct stat st;
-    if (::stat(drv->path.c_str(), &st) == 0) {
-        drv->mtime = st.st_mtim;
-        drv->size = st.st_size;
-    }
-    // Gather each entry with its continuation lines; a continuation after a
-    // skipped line has no entry to join and is skipped too.
-    struct Pending {
-        std::string name;
-        std::vector<std::string> values;
-    };
-    std::vector<Pending> entries;
-    bool open_entry = false;
-    parse_config_text(text, [&](const ConfigLine &line) {
-        if (!line.error.empty()) {
-            report_malformed(drv->path, line.number, line.error.c_str());
-            open_entry = false;
-        } else if (line.continuation) {
-            if (open_entry)
-                entries.back().values.push_back(line.value);
-            else
-                report_malformed(drv->path, line.number, "continuation without an entry");
-        } else {
-            entries.push_back({line.name, {line.value}});
-            open_entry = true;
-        }
-    });
-    for (const Pending &e : entries) {
-        std::vector<const char *> values;
-        for (const auto &v : e.values) values.push_back(v.c_str());
-        if (config_add_entry(cache, e.name.c_str(), values.data(), static_cast<int>(values.size())) != 0)
-            return -1;
-    }
+    drv->mtime = st.st_mtim;
+    drv->size = st.st_size;
+    snap->texts.push_back(std::move(text));
+    std::string &kept = snap->texts.back();
+    kept.push_back('\0');  // the spare byte the in-place parser may write
+    SnapshotSink sink(*snap, drv->path);
+    parse_config_text(kept.data(), kept.size() - 1, sink);
+    snap->end_entry();
     return 0;
 }
 
@@ -276,7 +310,6 @@ int config_fetch(config_cache *cache) noexcept {
             }
         }
         cache->building = nullptr;
-        snap->seal_all();
         cache->publish(std::move(snap));
         return 0;
     } catch (const std::bad_alloc &) {
@@ -288,18 +321,37 @@ int config_fetch(config_cache *cache) noexcept {
 int config_add_entry(config_cache *cache, const char *name, const char *const *values, int nvalues) noexcept {
     if (cache == nullptr || name == nullptr || values == nullptr || nvalues < 1) return -1;
     try {
-        Entry entry;
-        entry.name = name;
-        for (int i = 0; i < nvalues; ++i) entry.values.emplace_back(values[i] != nullptr ? values[i] : "");
-        if (cache->building != nullptr) {
-            cache->building->entries.push_back(std::move(entry));
-        } else {
-            auto snap = std::make_unique<Snapshot>();
-            snap->entries = cache->now().entries;
-            snap->entries.push_back(std::move(entry));
-            snap->seal_all();
-            cache->publish(std::move(snap));
+        // One arena holds the copies of the name and the values.
+        const size_t name_len = std::strlen(name);
+        size_t size = name_len + 1;
+        for (int i = 0; i < nvalues; ++i) size += (values[i] != nullptr ? std::strlen(values[i]) : 0) + 1;
+        auto arena = std::make_unique<char[]>(size);
+        char *w = arena.get();
+        auto copy = [&w](const char *text) {
+            const size_t n = text != nullptr ? std::strlen(text) : 0;
+            char *start = w;
+            if (n > 0) std::memcpy(w, text, n);
+            w[n] = '\0';
+            w += n + 1;
+            return start;
+        };
+        const char *name_copy = copy(name);
+
+        std::unique_ptr<Snapshot> fresh;
+        Snapshot *snap = cache->building;
+        if (snap == nullptr) {
+            // Outside a fetch: a new snapshot with the current entries and this
+            // one. The arenas stay with the snapshots that own them.
+            fresh = std::make_unique<Snapshot>();
+            fresh->entries = cache->now().entries;
+            fresh->values = cache->now().values;
+            snap = fresh.get();
         }
+        snap->begin_entry(name_copy, name_len, copy(values[0]));
+        for (int i = 1; i < nvalues; ++i) snap->add_value(copy(values[i]));
+        snap->end_entry();
+        snap->arenas.push_back(std::move(arena));
+        if (fresh) cache->publish(std::move(fresh));
         return 0;
     } catch (const std::bad_alloc &) {
         return -1;
@@ -311,7 +363,7 @@ int config_scan_config(config_cache *cache, config_scanproc proc, int flags, voi
     if (cache == nullptr || proc == nullptr) return -1;
     const Snapshot &snap = cache->now();
     for (const Entry &e : snap.entries) {
-        const int r = proc(e.name.c_str(), e.pointers.data(), static_cast<int>(e.values.size()), arg);
+        const int r = proc(e.name, &snap.values[e.first_value], static_cast<int>(e.nvalues), arg);
         if (r != 0) return r;
     }
     return 0;
@@ -346,8 +398,8 @@ config_writedriver *config_writedriver_fileinit(const char *path) noexcept {
 }
 
 const char *config_get_string(config_cache *cache, const char *key, const char *def) noexcept {
-    const Entry *e = find_last(cache, key);
-    return e != nullptr ? e->values.front().c_str() : def;
+    const char *value = lookup(cache, key);
+    return value != nullptr ? value : def;
 }
 
 char *config_get_stringcopy(config_cache *cache, const char *key, const char *def) noexcept {
@@ -356,9 +408,8 @@ char *config_get_stringcopy(config_cache *cache, const char *key, const char *de
 }
 
 int config_get_int(config_cache *cache, const char *key, int def) noexcept {
-    const Entry *e = find_last(cache, key);
-    if (e == nullptr) return def;
-    const char *text = e->values.front().c_str();
+    const char *text = lookup(cache, key);
+    if (text == nullptr) return def;
     errno = 0;
     char *end = nullptr;
     const long v = std::strtol(text, &end, 10);
@@ -368,9 +419,9 @@ int config_get_int(config_cache *cache, const char *key, int def) noexcept {
 }
 
 int config_get_switch(config_cache *cache, const char *key, int def) noexcept {
-    const Entry *e = find_last(cache, key);
-    if (e == nullptr) return def;
-    std::string_view v = e->values.front();
+    const char *value = lookup(cache, key);
+    if (value == nullptr) return def;
+    std::string_view v = value;
     while (!v.empty() && orv::ascii_isblank(static_cast<unsigned char>(v.front()))) v.remove_prefix(1);
     while (!v.empty() && orv::ascii_isblank(static_cast<unsigned char>(v.back()))) v.remove_suffix(1);
     for (const char *on : {"on", "yes", "true", "1"})

@@ -1,5 +1,8 @@
 #include "config_text.hpp"
 
+#include <algorithm>
+#include <cstring>
+
 #include "orv/ascii.hpp"
 
 namespace {
@@ -16,26 +19,32 @@ std::string_view trim_right(std::string_view s) {
     return s;
 }
 
-// Reads the value that starts at s[i] into line.value, or sets line.error.
-void parse_value(std::string_view s, size_t i, ConfigLine &line) {
+// Decodes, in place, the value that starts at line[i], the line ending at
+// line[len] (a byte that may be overwritten). Returns the value, or NULL
+// with *why set when the value is malformed.
+char *parse_value(char *line, size_t len, size_t i, const char **why) {
+    const std::string_view s(line, len);
     i = skip_blanks(s, i);
-    if (i >= s.size() || s[i] != '"') {
-        line.value = trim_right(s.substr(i < s.size() ? i : s.size()));
-        return;
+    if (i >= len || line[i] != '"') {
+        const size_t start = std::min(i, len);
+        const std::string_view plain = trim_right(s.substr(start));
+        line[start + plain.size()] = '\0';
+        return line + start;
     }
-    std::string value;
-    for (++i; i < s.size(); ++i) {
-        char c = s[i];
+    char *value = line + i;  // decoded over the opening quote onwards
+    char *w = value;
+    for (++i; i < len; ++i) {
+        char c = line[i];
         if (c == '"') {
-            if (skip_blanks(s, i + 1) != s.size()) {
-                line.error = "text after the closing quote";
-                return;
+            if (skip_blanks(s, i + 1) != len) {
+                *why = "text after the closing quote";
+                return nullptr;
             }
-            line.value = std::move(value);
-            return;
+            *w = '\0';
+            return value;
         }
-        if (c == '\\' && i + 1 < s.size()) {
-            c = s[++i];
+        if (c == '\\' && i + 1 < len) {
+            c = line[++i];
             switch (c) {
                 case 'n': c = '\n'; break;
                 case 'r': c = '\r'; break;
@@ -43,9 +52,10 @@ void parse_value(std::string_view s, size_t i, ConfigLine &line) {
                 default: break;  // \" \\ and any other pair stand for the second character
             }
         }
-        value += c;
+        *w++ = c;
     }
-    line.error = "unterminated quote";
+    *why = "unterminated quote";
+    return nullptr;
 }
 
 bool needs_quotes(std::string_view value) {
@@ -60,36 +70,56 @@ bool needs_quotes(std::string_view value) {
 
 }  // namespace
 
-void parse_config_text(std::string_view text, const std::function<void(const ConfigLine &)> &emit) {
-    int number = 0;
-    while (!text.empty()) {
-        size_t end = text.find('\n');
-        std::string_view raw = text.substr(0, end);
-        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-        ++number;
-        if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);
+namespace {
 
-        ConfigLine line;
-        line.number = number;
-        const size_t start = skip_blanks(raw, 0);
-        if (start == raw.size() || raw[start] == '#') continue;
-        if (start > 0 && raw[start] == ',') {
-            line.continuation = true;
-            parse_value(raw, start + 1, line);
-            emit(line);
-            continue;
-        }
-        const size_t eq = raw.find('=', start);
-        if (eq == std::string_view::npos) {
-            line.error = "no '='";
-        } else {
-            line.name = trim_right(raw.substr(start, eq - start));
-            if (line.name.empty())
-                line.error = "empty name";
-            else
-                parse_value(raw, eq + 1, line);
-        }
-        emit(line);
+// One line of n bytes; line[n] is the line's end (newline, carriage return,
+// or the spare byte after the text) and may be overwritten.
+void parse_line(char *line, size_t n, int number, ConfigSink &sink) {
+    const std::string_view raw(line, n);
+    const size_t start = skip_blanks(raw, 0);
+    if (start == n || line[start] == '#') return;
+    const char *why = nullptr;
+    if (start > 0 && line[start] == ',') {
+        if (const char *value = parse_value(line, n, start + 1, &why))
+            sink.continuation(number, value);
+        else
+            sink.malformed(number, why);
+        return;
+    }
+    const size_t eq = raw.find('=', start);
+    if (eq == std::string_view::npos) {
+        sink.malformed(number, "no '='");
+        return;
+    }
+    const std::string_view name = trim_right(raw.substr(start, eq - start));
+    if (name.empty()) {
+        sink.malformed(number, "empty name");
+        return;
+    }
+    // The value is read first: the name's terminator goes over a blank or
+    // the '=' that the value no longer needs.
+    const char *value = parse_value(line, n, eq + 1, &why);
+    if (value == nullptr) {
+        sink.malformed(number, why);
+        return;
+    }
+    line[start + name.size()] = '\0';
+    sink.entry(number, line + start, name.size(), value);
+}
+
+}  // namespace
+
+void parse_config_text(char *text, size_t len, ConfigSink &sink) {
+    int number = 0;
+    char *const end = text + len;
+    for (char *line = text; line < end;) {
+        char *newline = static_cast<char *>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+        char *next = newline != nullptr ? newline + 1 : end;
+        size_t n = static_cast<size_t>((newline != nullptr ? newline : end) - line);
+        if (n > 0 && line[n - 1] == '\r') --n;
+        ++number;
+        parse_line(line, n, number, sink);
+        line = next;
     }
 }
 

@@ -1,22 +1,28 @@
-// The text form of configuration files: one parsed line, the parser and the
-// writer of one entry.
+// The text form of configuration files: the parser and the writer of one
+// entry.
 #pragma once
 
-#include <functional>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
-struct ConfigLine {
-    int number = 0;             // 1-based line number
-    bool continuation = false;  // " ,value": another value of the entry above
-    std::string name;           // empty for a continuation
-    std::string value;
-    std::string error;          // non-empty: the line is malformed, and why
+// Receives what the parser finds, in file order; comment and blank lines are
+// passed over. Texts point into the parsed buffer and are NUL-terminated.
+class ConfigSink {
+public:
+    virtual ~ConfigSink() = default;
+    virtual void entry(int line, const char *name, size_t name_len, const char *value) = 0;
+    // " ,value": another value of the entry above.
+    virtual void continuation(int line, const char *value) = 0;
+    // The line is malformed and skipped.
+    virtual void malformed(int line, const char *why) = 0;
 };
 
-// Calls emit for every entry, continuation and malformed line of text, in
-// order; comment and blank lines are passed over.
-void parse_config_text(std::string_view text, const std::function<void(const ConfigLine &)> &emit);
+// Parses text[0 .. len) in place and reports each line to sink: names and
+// values are decoded where they stand (a decoded text is never longer than
+// its source) and terminated over the byte that follows them, so text must
+// have one writable byte at text[len].
+void parse_config_text(char *text, size_t len, ConfigSink &sink);
 
 // "name = value\n", the value quoted and escaped when it holds a blank, tab,
 // line feed, carriage return, double quote, comma or backslash.

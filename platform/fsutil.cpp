@@ -30,20 +30,35 @@ bool make_dirs(const std::string &path) {
     return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST;
 }
 
-bool read_file(const std::string &path, std::string *out) {
+bool read_file(const std::string &path, std::string *out, struct stat *st) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
+    struct stat local;
+    if (st == nullptr) st = &local;
+    if (::fstat(fd, st) != 0) {
+        ::close(fd);
+        return false;
+    }
     out->clear();
+    // Sized from fstat, read until end of file: the file may grow or shrink
+    // while it is read.
+    if (S_ISREG(st->st_mode) && st->st_size > 0) out->reserve(static_cast<size_t>(st->st_size) + 1);
     char buf[65536];
     for (;;) {
-        ssize_t n = ::read(fd, buf, sizeof buf);
+        // Read straight into the string's spare room; past the expected size
+        // through a buffer, so a file that grew is still read whole.
+        const size_t room = out->capacity() - out->size();
+        const size_t old = out->size();
+        if (room > 0) out->resize(old + room);
+        const ssize_t n = room > 0 ? ::read(fd, out->data() + old, room) : ::read(fd, buf, sizeof buf);
+        if (room > 0) out->resize(old + static_cast<size_t>(n > 0 ? n : 0));
         if (n < 0) {
             if (errno == EINTR) continue;
             ::close(fd);
             return false;
         }
         if (n == 0) break;
-        out->append(buf, static_cast<size_t>(n));
+        if (room == 0) out->append(buf, static_cast<size_t>(n));
     }
     ::close(fd);
     return true;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace orv {
@@ -12,6 +13,7 @@ int write_all(int fd, const void *buf, size_t n);
 // Creates a directory and its parents (mode 0755); true when it exists after.
 bool make_dirs(const std::string &path);
 // Reads a whole file into *out; false when it cannot be opened or read.
-bool read_file(const std::string &path, std::string *out);
+// With st, also hands back the file's status as it was opened.
+bool read_file(const std::string &path, std::string *out, struct stat *st = nullptr);
 
 }  // namespace orv
