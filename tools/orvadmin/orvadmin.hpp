@@ -35,6 +35,11 @@ int cmd_dur(int argc, char **argv);
 int cmd_add(int argc, char **argv);
 int cmd_period(int argc, char **argv);
 
+// Calendar identifiers and encodings (text_cmds.cpp).
+int cmd_calid(int argc, char **argv);
+int cmd_encode(int argc, char **argv);
+int cmd_decode(int argc, char **argv);
+
 // URLs and query strings (url_cmds.cpp).
 int cmd_url(int argc, char **argv);
 int cmd_query(int argc, char **argv);

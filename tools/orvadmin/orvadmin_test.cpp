@@ -185,6 +185,34 @@ TEST(Orvadmin, TimeCommands) {
     }
 }
 
+TEST(Orvadmin, IdentifierAndEncodingCommands) {
+    struct Case {
+        const char *line;
+        int status;
+        const char *out;
+    };
+    const Case cases[] = {
+        {"calid jdoe@example.com:home", 0, "valid = yes\nuid = jdoe@example.com\ndomain = example.com:\nsuffix = home\n"},
+        {"calid \"j doe\"", 1, "valid = no\nuid = j doe\ndomain = \nsuffix = \n"},
+        {"encode url a b&c/d", 0, "encoded = a+b%26c%2Fd\n"},
+        {"encode html \"<b>&\"", 0, "encoded = &lt;b&gt;&amp;\n"},
+        {"encode full a b/c", 0, "encoded = a+b^2Fc\n"},
+        {"encode js \"it's </script>\"", 0, "encoded = it\\'s </'+'script>\n"},
+        {"encode xml '<a>&'", 0, "encoded = &#60;a&#62;&#38;\n"},
+        {"encode ical \"a,b;c\"", 0, "encoded = a\\,b\\;c\n"},
+        {"encode rot13 x", 1, ""},
+        {"decode url a%20b+c", 0, "decoded = a b c\n"},
+        {"decode full a^2Fb", 0, "decoded = a/b\n"},
+        {"decode html x", 1, ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        Result r = admin({}, std::string(c.line) + "\n");
+        EXPECT_EQ(c.status, r.status);
+        EXPECT_EQ(c.out, r.out);
+    }
+}
+
 TEST(Orvadmin, UrlAndQueryCommands) {
     Result r = admin({}, "url \"http://me:pw@cal.example:8080/home/x?a=1&b=two\"\nquery a=1&b=2&a=3\n");
     EXPECT_EQ(0, r.status) << r.err;
