@@ -119,7 +119,7 @@ TEST(Orvadmin, PipedCommands) {
 TEST(Orvadmin, Scripts) {
     orvtest::TempDir dir;
     orvtest::write_file(dir.file("inner.orv"), "md5 abc\nquit\nversion\n");
-    orvtest::write_file(dir.file("outer.orv"), "import " + dir.file("inner.orv") + "\nhost after\ninfo\n");
+    orvtest::write_file(dir.file("outer.orv"), "import " + dir.file("inner.orv") + "\nhost after\ninfo");
     orvtest::write_file(dir.file("self.orv"), "import " + dir.file("self.orv") + "\n");
     orvtest::write_file(dir.file("bad.orv"), "md5 abc\nsetting no.such.key\nversion\n");
 
