@@ -5,12 +5,9 @@
 #include <climits>
 #include <ctime>
 #include <tuple>
-#include <fcntl.h>
 #include <pthread.h>
 #include <thread>
-#include <unistd.h>
 
-#include "orvtest.hpp"
 #include "orvutil/platform/sys.h"
 
 namespace {
@@ -66,19 +63,6 @@ TEST(Sys, MkgmtimeNormalisesFieldsLikeMktime) {
         EXPECT_STREQ(buf, c.expect);
     }
     EXPECT_EQ(mkgmtime(nullptr), static_cast<time_t>(-1));
-}
-
-TEST(Sys, IdsAndSync) {
-    unsigned long main_id = thread_id(), other_id = 0;
-    std::thread([&other_id] { other_id = thread_id(); }).join();
-    EXPECT_NE(main_id, other_id);
-    orvtest::TempDir dir;
-    int fd = open(dir.file("f").c_str(), O_CREAT | O_RDWR, 0600);
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(write(fd, "x", 1), 1);
-    EXPECT_EQ(sync_file(fd, 1), 0);
-    close(fd);
-    EXPECT_EQ(sync_file(fd, 1), -1);
 }
 
 void on_alarm(int) {}
