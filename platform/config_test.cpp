@@ -160,19 +160,6 @@ TEST(ConfigWriteDriver, WrittenEntriesReadBackIdentically) {
     EXPECT_NE(orvtest::read_file(path).find("plain = a!b\n"), std::string::npos);
 }
 
-TEST(ConfigWriteDriver, ANewScratchWordRestartsTheFile) {
-    orvtest::TempDir dir;
-    const std::string path = dir.file("w.conf");
-    config_writedriver *w = config_writedriver_fileinit(path.c_str());
-    int scratch = 0;
-    w->write_entry(w, "a", "1", &scratch);
-    w->write_entry(w, "b", "2", &scratch);
-    scratch = 0;
-    w->write_entry(w, "c", "3", &scratch);
-    w->release(w);
-    EXPECT_EQ(orvtest::read_file(path), "c = 3\n");
-}
-
 TEST(ConfigCache, LaterDriversWinAndReportChanges) {
     config_cache *c = config_newcache();
     orvtest::TempDir dir;
