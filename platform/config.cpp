@@ -89,6 +89,20 @@ struct Snapshot {
         }
     }
 
+    // True when both hold the same names and values in the same order.
+    bool same_entries(const Snapshot &other) const {
+        if (entries.size() != other.entries.size() || values.size() != other.values.size()) return false;
+        for (size_t i = 0; i < entries.size(); ++i) {
+            const Entry &a = entries[i], &b = other.entries[i];
+            if (a.name_len != b.name_len || a.nvalues != b.nvalues || std::strcmp(a.name, b.name) != 0) return false;
+        }
+        for (size_t i = 0; i < values.size(); ++i) {
+            if ((values[i] == nullptr) != (other.values[i] == nullptr)) return false;
+            if (values[i] != nullptr && std::strcmp(values[i], other.values[i]) != 0) return false;
+        }
+        return true;
+    }
+
     const Entry *find(const char *key) const {
         const size_t len = std::strlen(key);
         const uint64_t hash = confname_hash(key, len);
@@ -310,7 +324,9 @@ int config_fetch(config_cache *cache) noexcept {
             }
         }
         cache->building = nullptr;
-        cache->publish(std::move(snap));
+        // A read that found what is already in force is dropped, so periodic
+        // reloads of an unchanged file keep no extra copies alive.
+        if (!snap->same_entries(cache->now())) cache->publish(std::move(snap));
         return 0;
     } catch (const std::bad_alloc &) {
         cache->building = nullptr;

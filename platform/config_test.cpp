@@ -86,15 +86,24 @@ TEST(ConfigFile, MalformedLinesAreReportedAndSkipped) {
     EXPECT_FALSE(log.contains(4, path + ":1:"));
 }
 
-TEST(ConfigFile, UnreadableFileFailsTheFetchAndKeepsOldEntries) {
+TEST(ConfigFile, RefetchKeepsUnchangedEntriesAndFailureKeepsOldOnes) {
     orvtest::TempDir dir;
     const std::string path = dir.file("c.conf");
     orvtest::write_file(path, "a = 1\n");
     FileCache fc(path);
     ASSERT_EQ(fc.fetch_result, 0);
+    // An unchanged file keeps the set in force (the same texts); a changed
+    // one replaces it.
+    const char *before = config_get_string(fc.cache, "a", nullptr);
+    ASSERT_EQ(config_fetch(fc.cache), 0);
+    EXPECT_EQ(config_get_string(fc.cache, "a", nullptr), before);
+    orvtest::write_file(path, "a = 2\n");
+    ASSERT_EQ(config_fetch(fc.cache), 0);
+    EXPECT_STREQ(config_get_string(fc.cache, "a", nullptr), "2");
+    EXPECT_STREQ(before, "1");
     unlink(path.c_str());
     EXPECT_EQ(config_fetch(fc.cache), -1);
-    EXPECT_STREQ(config_get_string(fc.cache, "a", "none"), "1");
+    EXPECT_STREQ(config_get_string(fc.cache, "a", "none"), "2");
     FileCache missing(dir.file("absent.conf"));
     EXPECT_EQ(missing.fetch_result, -1);
 }

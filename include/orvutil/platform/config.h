@@ -23,8 +23,9 @@
  * Look-ups are O(1) on average and take no lock. Readers may run on several
  * threads while one thread runs config_fetch: a fetch builds a new set of
  * entries and publishes it whole, and the texts of earlier sets stay valid
- * until config_freecache (a cache keeps every set it has read; reloads are
- * rare, so this costs little). Two fetches at once, or a fetch racing
+ * until config_freecache. A cache therefore keeps every different set it
+ * has read; a fetch that reads the same entries again keeps nothing new, so
+ * periodic reloads of an unchanged file cost no memory. Two fetches at once, or a fetch racing
  * config_freecache, need the caller's exclusion; the default cache's reload
  * provides it.
  */
