@@ -19,7 +19,7 @@
 
 #include "orv/ascii.hpp"
 #include "orv/confname.hpp"
-#include "orv/fsutil.hpp"
+#include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
 
 // Open-addressing table of entry indexes, keyed by the entries' names with
@@ -326,7 +326,7 @@ int calconf_FlushQuick(calconf_handle *handle, int fd) noexcept {
         for (size_t i = 0; i <= lines.size() && result == 0; ++i) {
             if (i < lines.size()) chunk += lines[i].text;
             if ((i == lines.size() || chunk.size() >= kWriteChunk) && !chunk.empty()) {
-                if (orv::write_all(fd, chunk.data(), chunk.size()) != 0) result = -1;
+                if (retry_write(fd, chunk.data(), chunk.size()) < 0) result = -1;
                 chunk.clear();
             }
         }

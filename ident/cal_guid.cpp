@@ -8,6 +8,8 @@
 
 #include <pratom.h>
 
+#include "orv/ascii.hpp"
+
 #include "orvutil/platform/sys.h"
 
 namespace {
@@ -15,10 +17,9 @@ namespace {
 PRInt32 guid_counter = 0;
 
 void put_hex(char *out, const unsigned char *bytes, size_t n) {
-    static const char digits[] = "0123456789abcdef";
     for (size_t i = 0; i < n; ++i) {
-        out[2 * i] = digits[bytes[i] >> 4];
-        out[2 * i + 1] = digits[bytes[i] & 15];
+        out[2 * i] = orv::kHexLower[bytes[i] >> 4];
+        out[2 * i + 1] = orv::kHexLower[bytes[i] & 15];
     }
 }
 

@@ -15,6 +15,11 @@ int write_all(int fd, const void *buf, size_t n) {
             if (errno == EINTR) continue;
             return -1;
         }
+        if (w == 0) {
+            // A descriptor that accepts nothing would loop for ever.
+            errno = EIO;
+            return -1;
+        }
         p += w;
         n -= static_cast<size_t>(w);
     }

@@ -9,6 +9,8 @@
 #include <string>
 #include <unistd.h>
 
+#include "orv/fsutil.hpp"
+
 namespace {
 
 constexpr int kMaxMemoryBuffer = 1 << 20;
@@ -53,22 +55,7 @@ ssize_t retry_write(int fd, const void *buf, size_t n) noexcept {
         errno = EINVAL;
         return -1;
     }
-    const auto *p = static_cast<const char *>(buf);
-    size_t done = 0;
-    while (done < n) {
-        const ssize_t w = ::write(fd, p + done, n - done);
-        if (w < 0) {
-            if (errno == EINTR) continue;
-            return -1;
-        }
-        if (w == 0) {
-            // A descriptor that accepts nothing would loop for ever.
-            errno = EIO;
-            return -1;
-        }
-        done += static_cast<size_t>(w);
-    }
-    return static_cast<ssize_t>(n);
+    return orv::write_all(fd, buf, n) == 0 ? static_cast<ssize_t>(n) : -1;
 }
 
 protstream *prot_new(int fd, int write) noexcept {

@@ -116,15 +116,19 @@ bool apply_option(LogHandle &h, const char *name, const char *value) {
         h.facility = value != nullptr ? value : "";
         return true;
     }
-    if (orv::ascii_iequal(name, "logdir") || orv::ascii_iequal(name, "servicename") ||
-        orv::ascii_iequal(name, "processname")) {
-        std::string &field = orv::ascii_iequal(name, "logdir")        ? h.logdir
-                             : orv::ascii_iequal(name, "servicename") ? h.service
-                                                                      : h.process;
-        std::string text = value != nullptr ? value : "";
-        if (field != text) {
-            field = text;
-            h.close_file();  // reopened under the new name by the next record
+    // The names that make up the file's path: a change reopens the file
+    // under the new name with the next record.
+    static const struct {
+        const char *name;
+        std::string LogHandle::*field;
+    } naming[] = {{"logdir", &LogHandle::logdir}, {"servicename", &LogHandle::service},
+                  {"processname", &LogHandle::process}};
+    for (const auto &option : naming) {
+        if (!orv::ascii_iequal(name, option.name)) continue;
+        const std::string text = value != nullptr ? value : "";
+        if (h.*option.field != text) {
+            h.*option.field = text;
+            h.close_file();
         }
         return true;
     }
@@ -140,7 +144,6 @@ bool apply_option(LogHandle &h, const char *name, const char *value) {
 }
 
 void append_escaped(std::string &out, const char *message) {
-    static const char hex[] = "0123456789abcdef";
     for (const unsigned char *p = reinterpret_cast<const unsigned char *>(message); *p; ++p) {
         switch (*p) {
             case '\n': out += "\\n"; break;
@@ -149,8 +152,8 @@ void append_escaped(std::string &out, const char *message) {
             default:
                 if (orv::ascii_iscntrl(*p)) {
                     out += "\\x";
-                    out += hex[*p >> 4];
-                    out += hex[*p & 15];
+                    out += orv::kHexLower[*p >> 4];
+                    out += orv::kHexLower[*p & 15];
                 } else {
                     out += static_cast<char>(*p);
                 }

@@ -51,7 +51,6 @@ char *cal_parseutil_URLencode(const char *text) noexcept {
     if (!orv::text::scaled_size(len, 3, 1, cap)) return nullptr;
     char *out = static_cast<char *>(std::malloc(cap));
     if (out == nullptr) return nullptr;
-    static constexpr char kDigits[] = "0123456789ABCDEF";
     char *w = out;
     for (size_t i = 0; i < len; ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
@@ -61,8 +60,8 @@ char *cal_parseutil_URLencode(const char *text) noexcept {
         }
         // printf's "%2X": a single hex digit is padded with a space.
         *w++ = '%';
-        *w++ = c < 16 ? ' ' : kDigits[c >> 4];
-        *w++ = kDigits[c & 15];
+        *w++ = c < 16 ? ' ' : orv::kHexUpper[c >> 4];
+        *w++ = orv::kHexUpper[c & 15];
     }
     *w = '\0';
     return out;

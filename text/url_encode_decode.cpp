@@ -24,8 +24,7 @@ struct CodeMap {
         len[b] = static_cast<unsigned char>(n);
     }
     constexpr void set_hex(unsigned char b, char escape) {
-        constexpr const char *digits = "0123456789ABCDEF";
-        const char s[4] = {escape, digits[b >> 4], digits[b & 15], '\0'};
+        const char s[4] = {escape, orv::kHexUpper[b >> 4], orv::kHexUpper[b & 15], '\0'};
         set(b, s);
     }
 };

@@ -7,6 +7,9 @@
 
 namespace orv {
 
+inline constexpr char kHexLower[] = "0123456789abcdef";
+inline constexpr char kHexUpper[] = "0123456789ABCDEF";
+
 constexpr bool ascii_isdigit(unsigned char c) { return c >= '0' && c <= '9'; }
 constexpr bool ascii_isupper(unsigned char c) { return c >= 'A' && c <= 'Z'; }
 constexpr bool ascii_islower(unsigned char c) { return c >= 'a' && c <= 'z'; }

@@ -8,7 +8,8 @@
 
 namespace orv {
 
-// Writes all n bytes, retrying short writes and EINTR. 0, or -1 on failure.
+// Writes all n bytes, retrying short writes and EINTR. 0, or -1 with errno
+// set on failure (EIO when a write accepts nothing).
 int write_all(int fd, const void *buf, size_t n);
 // Creates a directory and its parents (mode 0755); true when it exists after.
 bool make_dirs(const std::string &path);
