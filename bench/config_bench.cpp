@@ -4,12 +4,12 @@
 // cache against a raw std::unordered_map look-up.
 #include <benchmark/benchmark.h>
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <unordered_map>
 #include <utility>
 #include <vector>

@@ -104,8 +104,8 @@ void BM_snprintf_string(benchmark::State &state) {
         std::string out;
         for (int i = 0; i < 100; ++i) {
             char buf[128];
-            const int n = std::snprintf(buf, sizeof buf, "%s=%d;%x %c %lu|", "key", i, 0xbeefu + i, 'z',
-                                        1234567890UL + i);
+            const int n =
+                std::snprintf(buf, sizeof buf, "%s=%d;%x %c %lu|", "key", i, 0xbeefu + i, 'z', 1234567890UL + i);
             out.append(buf, static_cast<size_t>(n));
         }
         benchmark::DoNotOptimize(out.data());

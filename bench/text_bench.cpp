@@ -22,8 +22,8 @@ constexpr size_t kSize = 1 << 20;
 // a line break now and then.
 const std::string &text_input() {
     static const std::string text = [] {
-        static const char *words[] = {"meeting", "room", "agenda;", "notes,", "calendar", "the", "a", "of",
-                                      "<review>", "Q&A", "team", "schedule.", "\n", "it's", "plan"};
+        static const char *words[] = {"meeting",  "room", "agenda;", "notes,",    "calendar", "the",  "a",   "of",
+                                      "<review>", "Q&A",  "team",    "schedule.", "\n",       "it's", "plan"};
         std::string t;
         unsigned x = 12345;
         while (t.size() < kSize) {

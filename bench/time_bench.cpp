@@ -33,7 +33,7 @@ void BM_parse_libical(benchmark::State &state) {
 
 void BM_parse_glibc(benchmark::State &state) {
     for (auto _ : state) {
-        struct tm tm{};
+        struct tm tm {};
         strptime(kDateTime, "%Y%m%dT%H%M%SZ", &tm);
         const time_t t = timegm(&tm);
         benchmark::DoNotOptimize(t);

@@ -12,8 +12,8 @@
 #include <string_view>
 
 #include <plstr.h>
-#include <prinit.h>
 #include <prerror.h>
+#include <prinit.h>
 #include <prmem.h>
 #include <prprf.h>
 
@@ -97,9 +97,12 @@ std::string unescape(std::string_view quoted) {
         char c = quoted[i];
         if (c == '\\' && i + 1 < quoted.size()) {
             c = quoted[++i];
-            if (c == 'f') c = '\f';
-            else if (c == 'n') c = '\n';
-            else if (c == 'r') c = '\r';
+            if (c == 'f')
+                c = '\f';
+            else if (c == 'n')
+                c = '\n';
+            else if (c == 'r')
+                c = '\r';
         }
         out += c;
     }
@@ -115,10 +118,9 @@ void free_tool(calcmd_tool *tool) {
         calcmd_ClearCmdv(tool);
         PR_Free(tool->cmdv);
     }
-    char **owned[] = {&tool->buildDate,  &tool->dateFormat, &tool->scriptPath,  &tool->admin,
-                      &tool->password,   &tool->host,       &tool->port,        &tool->adminPort,
-                      &tool->backupPath, &tool->restorePath, &tool->backupId,   &tool->restoreId,
-                      &tool->outputDirectory};
+    char **owned[] = {&tool->buildDate, &tool->dateFormat, &tool->scriptPath,     &tool->admin,      &tool->password,
+                      &tool->host,      &tool->port,       &tool->adminPort,      &tool->backupPath, &tool->restorePath,
+                      &tool->backupId,  &tool->restoreId,  &tool->outputDirectory};
     for (char **s : owned) calcmd_FreeString(s);
     PR_Free(tool);
 }
@@ -223,8 +225,7 @@ int calcmd_Ops(calcmd_tool *tool) noexcept {
     if (!tool) return -1;
     char **argv = tool->argv;
     int argc = tool->argv ? tool->argc : 0;
-    if ((argc <= 1 && tool->optionsOnly) ||
-        (argc > 1 && (strcmp(argv[1], "?") == 0 || strcmp(argv[1], "-?") == 0))) {
+    if ((argc <= 1 && tool->optionsOnly) || (argc > 1 && (strcmp(argv[1], "?") == 0 || strcmp(argv[1], "-?") == 0))) {
         calcmd_Options(tool);
         return -1;
     }
@@ -355,16 +356,17 @@ int calcmd_Cmds(calcmd_tool *tool, char *line) noexcept {
     } else if (tool->adminEnabled && is_cmd(cmd, "pass", "password")) {
         calcmd_SetPassword(tool, tokens, argc, &index);
     } else if (tool->hostEnabled && is_cmd(cmd, "port")) {
-        if (tool->adminPortEnabled) calcmd_SetAdminPort(tool, tokens, argc, &index);
-        else calcmd_SetPort(tool, tokens, argc, &index);
+        if (tool->adminPortEnabled)
+            calcmd_SetAdminPort(tool, tokens, argc, &index);
+        else
+            calcmd_SetPort(tool, tokens, argc, &index);
     } else if (tool->backupEnabled && is_cmd(cmd, "restore")) {
         if (calcmd_SetRestore(tool, tokens, argc, &index, 0) == 0 && tool->restoreFn)
             tool->restoreFn(tool->restorePath, tool->restoreId);
     } else if (is_cmd(cmd, "v", "verbose")) {
         tool->verbose = calcmd_OnOff(argc > 1 ? tokens[1] : nullptr);
     } else if (cmd[0] != '\0' && tool->commandFn) {
-        if (tool->commandFn(tokens) == -1)
-            calcmd::out("Unrecognized command, type \"help\" for a list\n");
+        if (tool->commandFn(tokens) == -1) calcmd::out("Unrecognized command, type \"help\" for a list\n");
     }
     return 0;
 }
@@ -460,8 +462,10 @@ void calcmd_Options(calcmd_tool *tool) noexcept {
         calcmd::out("%s [options] %s\n", tool->program, tool->usage);
         calcmd::out("\nwhere options are:\n\n");
     }
-    if (tool->optionHelpFn) tool->optionHelpFn();
-    else calcmd_PrintOptions();
+    if (tool->optionHelpFn)
+        tool->optionHelpFn();
+    else
+        calcmd_PrintOptions();
 }
 
 void calcmd_PrintOptions(void) noexcept {
@@ -471,8 +475,10 @@ void calcmd_PrintOptions(void) noexcept {
 
 void calcmd_Commands(calcmd_tool *tool) noexcept {
     if (!tool) return;
-    if (tool->commandHelpFn) tool->commandHelpFn();
-    else calcmd_PrintCommands(tool);
+    if (tool->commandHelpFn)
+        tool->commandHelpFn();
+    else
+        calcmd_PrintCommands(tool);
 }
 
 void calcmd_PrintCommands(calcmd_tool *tool) noexcept {

@@ -128,9 +128,8 @@ int calcmd_SetPort(calcmd_tool *tool, char **argv, int argc, int *index) noexcep
 }
 
 int calcmd_SetAdminPort(calcmd_tool *tool, char **argv, int argc, int *index) noexcept {
-    return take_port(tool, tool ? &tool->adminPort : nullptr, tool ? &tool->adminPortGiven : nullptr, argv, argc,
-                     index, "You must provide an admin port number\n",
-                     "You must provide a valid admin port number\n");
+    return take_port(tool, tool ? &tool->adminPort : nullptr, tool ? &tool->adminPortGiven : nullptr, argv, argc, index,
+                     "You must provide an admin port number\n", "You must provide a valid admin port number\n");
 }
 
 int calcmd_SetOutputDirectory(calcmd_tool *tool, char **argv, int argc, int *index) noexcept {
@@ -144,8 +143,8 @@ int calcmd_SetBackup(calcmd_tool *tool, char **argv, int argc, int *index, int w
 }
 
 int calcmd_SetRestore(calcmd_tool *tool, char **argv, int argc, int *index, int withId) noexcept {
-    return take_path(tool, tool ? &tool->restorePath : nullptr, tool ? &tool->restoreId : nullptr, argv, argc,
-                     index, withId);
+    return take_path(tool, tool ? &tool->restorePath : nullptr, tool ? &tool->restoreId : nullptr, argv, argc, index,
+                     withId);
 }
 
 int calcmd_SetDateFmt(calcmd_tool *tool) noexcept {
@@ -196,14 +195,15 @@ void calcmd_PrintInfo(calcmd_tool *tool) noexcept {
 
 void calcmd_Info(calcmd_tool *tool) noexcept {
     if (!tool) return;
-    if (tool->infoFn) tool->infoFn();
-    else calcmd_PrintInfo(tool);
+    if (tool->infoFn)
+        tool->infoFn();
+    else
+        calcmd_PrintInfo(tool);
 }
 
 int calcmd_OnOff(const char *text) noexcept {
     if (!text) return 0;
-    return (orv::ascii_iequal(text, "on") || orv::ascii_iequal(text, "true") || orv::ascii_iequal(text, "yes")) ? 1
-                                                                                                              : 0;
+    return (orv::ascii_iequal(text, "on") || orv::ascii_iequal(text, "true") || orv::ascii_iequal(text, "yes")) ? 1 : 0;
 }
 
 int calcmd_SetUINT32(const char *text, unsigned int *value) noexcept {

@@ -150,12 +150,13 @@ TEST(CalCmdOptions, HelpAndGroupsOff) {
         Tool tool({"t", "-?"});
         CaptureStdout();
         EXPECT_EQ(-1, calcmd_Ops(tool.t));
-        EXPECT_EQ("tool [options] file...\n\nwhere options are:\n\n"
-                  "-#                           - build date\n"
-                  "-v                           - verbose mode\n"
-                  "-I script                    - import commands from script\n"
-                  "-K                           - interactive mode\n",
-                  GetCapturedStdout());
+        EXPECT_EQ(
+            "tool [options] file...\n\nwhere options are:\n\n"
+            "-#                           - build date\n"
+            "-v                           - verbose mode\n"
+            "-I script                    - import commands from script\n"
+            "-K                           - interactive mode\n",
+            GetCapturedStdout());
     }
     {
         Tool tool({"t"}, 0, 1);  // options-only: no usage header
@@ -344,7 +345,7 @@ TEST(CalCmdCommands, SettingsThroughCommands) {
 }
 
 class CalCmdImport : public testing::Test {
-protected:
+  protected:
     orvtest::TempDir dir;
     std::string import(Tool &tool, const std::string &path, int expect, std::string *err = nullptr) {
         CaptureStdout();
@@ -361,9 +362,9 @@ TEST_F(CalCmdImport, BannerEchoAndQuit) {
     Tool tool({"t"});
     std::string out = import(tool, dir.file("a.txt"), 0);
     std::string dashes(75, '-');
-    EXPECT_EQ(dashes + "\nImporting commands from: a.txt\n" + dashes +
-                  "\nin> known 1\nin> \nin> verbose on\nin> quit\n\n\n",
-              out);
+    EXPECT_EQ(
+        dashes + "\nImporting commands from: a.txt\n" + dashes + "\nin> known 1\nin> \nin> verbose on\nin> quit\n\n\n",
+        out);
     EXPECT_EQ((std::vector<std::string>{"known|1"}), seen_commands);
     EXPECT_EQ(1, calcmd_Verbose(tool.t));
 }
@@ -444,8 +445,7 @@ TEST(CalCmdOptions, OutputDirectoryGivesProfilingFile) {
 
 TEST(CalCmdExitDeathTest, SysErrorExitPrintsAndEndsWithOne) {
     Tool tool({"t"});
-    EXPECT_EXIT(calcmd_SysErrorExit(tool.t, ENOENT), testing::ExitedWithCode(1),
-                "^tool: No such file or directory\n$");
+    EXPECT_EXIT(calcmd_SysErrorExit(tool.t, ENOENT), testing::ExitedWithCode(1), "^tool: No such file or directory\n$");
 }
 
 TEST(CalCmdSettings, Parsers) {
@@ -461,8 +461,14 @@ TEST(CalCmdSettings, Parsers) {
         int result;
         unsigned value;
     };
-    for (const U32 &c : {U32{"0", 0, 0}, {"4294967295", 0, 4294967295u}, {" +42 ", 0, 42}, {"4294967296", 1, 9},
-                         {"-1", 1, 9}, {"12abc", 1, 9}, {"", 1, 9}, {"99999999999999999999999", 1, 9}}) {
+    for (const U32 &c : {U32{"0", 0, 0},
+                         {"4294967295", 0, 4294967295u},
+                         {" +42 ", 0, 42},
+                         {"4294967296", 1, 9},
+                         {"-1", 1, 9},
+                         {"12abc", 1, 9},
+                         {"", 1, 9},
+                         {"99999999999999999999999", 1, 9}}) {
         unsigned v = 9;
         CaptureStderr();
         EXPECT_EQ(c.result, calcmd_SetUINT32(c.text, &v)) << c.text;

@@ -2,17 +2,17 @@
 // line form, and the in-place and safe (temporary file and rename) rewrites.
 #include "orvutil/cal_conf.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <new>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include <plstr.h>
@@ -107,7 +107,13 @@ void note_append(calconf_handle *h, int i) {
 
 bool forces_quotes(unsigned char c) {
     switch (c) {
-        case '\t': case '\n': case '\r': case ' ': case '"': case ',': case '\\': return true;
+        case '\t':
+        case '\n':
+        case '\r':
+        case ' ':
+        case '"':
+        case ',':
+        case '\\': return true;
         default: return false;
     }
 }

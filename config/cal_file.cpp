@@ -2,6 +2,8 @@
 // recursive directory creation and deletion of directory contents.
 #include "orvutil/cal_file.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -10,14 +12,12 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <prio.h>
 #include <prprf.h>
 
-#include "orvutil/platform/zolog.h"
 #include "cal_fileio.hpp"
+#include "orvutil/platform/zolog.h"
 
 namespace {
 
@@ -188,8 +188,7 @@ int calfile_mktemp_filename(const char *prefix, const char *suffix, char *buffer
         // A 5-byte field keeps at most four digits of n.
         if (PR_snprintf(number, sizeof number, "%i", n) == static_cast<PRUint32>(-1)) return -1;
         const PRUint32 written = PR_snprintf(buffer, static_cast<PRUint32>(size), "%s%s%s",
-                                             prefix != nullptr ? prefix : "", number,
-                                             suffix != nullptr ? suffix : "");
+                                             prefix != nullptr ? prefix : "", number, suffix != nullptr ? suffix : "");
         if (written == static_cast<PRUint32>(-1)) return -1;
         if (!exists(buffer)) return 0;
         // The stop text has five digits and the field holds four, so only the

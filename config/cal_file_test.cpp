@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "orvtest.hpp"
 #include "orvutil/cal_file.h"
@@ -25,8 +25,8 @@ size_t entries(const std::string &dir) {
 }
 
 TEST(CalFile, PathConversion) {
-    const char *cases[][3] = {{"C:\\a\\b", "/a/b", "C:\\a\\b"}, {"a:", "", "a:"},   {"/x/y", "/x/y", "\\x\\y"},
-                              {"d\\f", "d/f", "d\\f"},         {"", "", ""},       {"ab:c", "ab:c", "ab:c"}};
+    const char *cases[][3] = {{"C:\\a\\b", "/a/b", "C:\\a\\b"}, {"a:", "", "a:"}, {"/x/y", "/x/y", "\\x\\y"},
+                              {"d\\f", "d/f", "d\\f"},          {"", "", ""},     {"ab:c", "ab:c", "ab:c"}};
     for (const auto &c : cases) {
         std::string u = c[0], d = c[0];
         calfile_ToLocalPath(u.data());
@@ -59,11 +59,11 @@ TEST(CalFile, CopyFailuresLoseNothing) {
     TempDir dir;
     write_file(dir.file("keep"), "precious");
     const std::pair<std::string, std::string> cases[] = {
-        {dir.file("missing"), dir.file("out")},   // no source
-        {dir.path(), dir.file("out")},            // a directory is not a regular file
-        {dir.file("keep"), dir.file("no/out")},   // destination directory missing
-        {dir.file("keep"), dir.file("./keep")},   // onto itself under another name
-        {dir.file("keep"), "/dev/full"},          // every write fails
+        {dir.file("missing"), dir.file("out")},  // no source
+        {dir.path(), dir.file("out")},           // a directory is not a regular file
+        {dir.file("keep"), dir.file("no/out")},  // destination directory missing
+        {dir.file("keep"), dir.file("./keep")},  // onto itself under another name
+        {dir.file("keep"), "/dev/full"},         // every write fails
     };
     for (const auto &[src, dst] : cases) EXPECT_EQ(calfile_CopyFile(src.c_str(), dst.c_str(), 0), -1) << dst;
     EXPECT_EQ(read_file(dir.file("keep")), "precious");
@@ -175,7 +175,8 @@ TEST(CalFile, DirectoryDeletersKeepTheirLimits) {
     std::filesystem::create_directories(top + "/s1");
     std::filesystem::create_directories(top + "/s2/deeper");
     std::filesystem::create_directories(dir.file("h"));
-    for (const char *f : {"top/file", "top/s1/f", "top/s2/deeper/f", "h/.hidden", "h/seen"}) write_file(dir.file(f), "");
+    for (const char *f : {"top/file", "top/s1/f", "top/s2/deeper/f", "h/.hidden", "h/seen"})
+        write_file(dir.file(f), "");
 
     EXPECT_EQ(calfile_delete_dir(dir.file("h").c_str()), 0);
     EXPECT_TRUE(file_exists(dir.file("h/.hidden")));  // kept, so "h" stays too

@@ -19,14 +19,14 @@ using orvtest::write_file;
 
 // Points the default configuration cache at text (nullptr: a missing file).
 class DefaultConfig {
-public:
+  public:
     explicit DefaultConfig(const char *text) {
         if (text != nullptr) write_file(dir_.file("orv.conf"), text);
         config_setdefaultfile(dir_.file("orv.conf").c_str());
     }
     ~DefaultConfig() { config_setdefaultfile(dir_.file("gone.conf").c_str()); }
 
-private:
+  private:
     TempDir dir_;
 };
 
@@ -69,8 +69,7 @@ TEST(CalI18n, LocalizedFileFallsBackToSiteThenEnglish) {
             std::filesystem::create_directories(d + "/" + lang);
             write_file(d + "/" + lang + "/f", "");
         }
-        EXPECT_EQ(take(cal_i18n_get_localized_file(d.c_str(), "f", "de")),
-                  expect ? d + "/" + expect + "/f" : "(null)");
+        EXPECT_EQ(take(cal_i18n_get_localized_file(d.c_str(), "f", "de")), expect ? d + "/" + expect + "/f" : "(null)");
     }
     EXPECT_EQ(cal_i18n_get_localized_file(d.c_str(), "f", nullptr), nullptr);
 }
@@ -91,11 +90,11 @@ TEST(CalI18n, DbcsLeadBytes) {
         int byte, expect;
     };
     const Case cases[] = {
-        {"ja", "Shift_JIS", 0x80, 0}, {"JA", "shift_jis", 0x9F, 1}, {"ja", "Shift_JIS", 0xA0, 0},
-        {"ja", "Shift_JIS", 0xFC, 1}, {"ja", "Shift_JIS", 0xFD, 0}, {"ja", "euc-jp", 0x80, 1},
-        {"ja", "euc-jp", 0x7F, 0},    {"ja", "UTF-8", 0x81, 0},     {"kr", "EUC-KR", 0xB0, 1},
+        {"ja", "Shift_JIS", 0x80, 0},  {"JA", "shift_jis", 0x9F, 1}, {"ja", "Shift_JIS", 0xA0, 0},
+        {"ja", "Shift_JIS", 0xFC, 1},  {"ja", "Shift_JIS", 0xFD, 0}, {"ja", "euc-jp", 0x80, 1},
+        {"ja", "euc-jp", 0x7F, 0},     {"ja", "UTF-8", 0x81, 0},     {"kr", "EUC-KR", 0xB0, 1},
         {"en", "ISO-8859-1", 0xE9, 0}, {"ja", "Shift_JIS", -127, 1}, {"ja", nullptr, 0x81, 0},
-        {"ja", "Shift_JIS", 0xDF, 0}, {"ja", "Shift_JIS", 0xE0, 1},
+        {"ja", "Shift_JIS", 0xDF, 0},  {"ja", "Shift_JIS", 0xE0, 1},
     };
     for (const auto &c : cases) {
         const MEE_Language record = {c.language, "", c.charset, "", 0, 0};

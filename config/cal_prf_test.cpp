@@ -19,7 +19,8 @@ TEST(CalPrf, UniqueFilesAreNumberedOrStandardOutput) {
     TempDir dir;
     write_file(dir.file("calprf0.prf"), "");
     write_file(dir.file("calprf1.prf"), "");
-    const std::pair<const char *, const char *> cases[] = {{nullptr, "calprf2.prf"}, {"", "calprf3.prf"}, {"t", "t0.prf"}};
+    const std::pair<const char *, const char *> cases[] = {
+        {nullptr, "calprf2.prf"}, {"", "calprf3.prf"}, {"t", "t0.prf"}};
     for (const auto &[prefix, expect] : cases) {
         PRFileDesc *fd = calprf_GetUniqueFileDesc(dir.path().c_str(), prefix);
         ASSERT_EQ(PR_Write(fd, "x", 1), 1);

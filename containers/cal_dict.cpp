@@ -253,7 +253,8 @@ const CrcTables &crc_tables() {
             tables.t[0][b] = c;
         }
         for (uint32_t b = 0; b < 256; ++b)
-            for (int s = 1; s < 8; ++s) tables.t[s][b] = (tables.t[s - 1][b] >> 8) ^ tables.t[0][tables.t[s - 1][b] & 0xff];
+            for (int s = 1; s < 8; ++s)
+                tables.t[s][b] = (tables.t[s - 1][b] >> 8) ^ tables.t[0][tables.t[s - 1][b] & 0xff];
     });
     return tables;
 }
@@ -271,8 +272,8 @@ uint32_t crc_slice8(const CrcTables &tab, uint32_t crc, const unsigned char *p, 
             hi = __builtin_bswap32(hi);
         }
         lo ^= crc;
-        crc = t[7][lo & 0xff] ^ t[6][(lo >> 8) & 0xff] ^ t[5][(lo >> 16) & 0xff] ^ t[4][lo >> 24] ^
-              t[3][hi & 0xff] ^ t[2][(hi >> 8) & 0xff] ^ t[1][(hi >> 16) & 0xff] ^ t[0][hi >> 24];
+        crc = t[7][lo & 0xff] ^ t[6][(lo >> 8) & 0xff] ^ t[5][(lo >> 16) & 0xff] ^ t[4][lo >> 24] ^ t[3][hi & 0xff] ^
+              t[2][(hi >> 8) & 0xff] ^ t[1][(hi >> 16) & 0xff] ^ t[0][hi >> 24];
         p += 8;
         n -= 8;
     }
@@ -456,8 +457,7 @@ int caldict_remove(caldict *d, const char *name, int exactCase) noexcept {
     return 0;
 }
 
-caldict *caldict_match_name_fragment(const caldict *d, const char *fragment, size_t n,
-                                     int caseSensitive) noexcept {
+caldict *caldict_match_name_fragment(const caldict *d, const char *fragment, size_t n, int caseSensitive) noexcept {
     if (d == nullptr || fragment == nullptr || *fragment == '\0' || n == 0) return nullptr;
     caldict *out = nullptr;
     for (int i = 0; i < static_cast<int>(d->count); ++i) {

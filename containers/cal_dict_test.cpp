@@ -84,8 +84,11 @@ TEST(Dict, ArgvTakesStringsWithEquals) {
 
 TEST(Dict, PresenceIsExactUnsortedAndCaseBlindSorted) {
     static char v1[] = "1", v2[] = "2";
-    const struct { bool sorted; int replace; Pairs expected; } cases[] = {
-        {false, 1, {{"beta", "1"}, {"Beta", "2"}}}, {true, 1, {{"beta", "2"}}}, {true, 0, {{"beta", "1"}}}};
+    const struct {
+        bool sorted;
+        int replace;
+        Pairs expected;
+    } cases[] = {{false, 1, {{"beta", "1"}, {"Beta", "2"}}}, {true, 1, {{"beta", "2"}}}, {true, 0, {{"beta", "1"}}}};
     for (const auto &c : cases) {
         caldict *d = c.sorted ? caldict_create_sort() : caldict_create();
         EXPECT_EQ(caldict_add(d, "beta", v1, c.replace), 0);
@@ -116,7 +119,8 @@ TEST(Dict, SortedAddSortsFirstAndFoldsCase) {
     caldict_add(d, "Alpha", nullptr, 1);
     std::string order;
     for (const char *name : {"mid", "ALPHA", "b", "Zz"}) ASSERT_EQ(caldict_add_sort(d, name, nullptr, 1), 0);
-    for (int i = 0; i < static_cast<int>(caldict_length(d)); ++i) order += caldict_get_indexed_name(d, i) + std::string(",");
+    for (int i = 0; i < static_cast<int>(caldict_length(d)); ++i)
+        order += caldict_get_indexed_name(d, i) + std::string(",");
     EXPECT_EQ(order, "Alpha,b,mid,zeta,Zz,");
     caldict_delete(d);
 }
@@ -127,7 +131,11 @@ TEST(Dict, InsertPointAndRawInsert) {
     caldict_add(d, "f", vf, 0);
     caldict_add(d, "b", vb, 0);
     caldict_add(d, "d", vd, 0);
-    const struct { const char *key; int index; const char *value; } cases[] = {{"a", 0, nullptr}, {"b", 0, "B"}, {"c", 1, nullptr}, {"D", 1, "D"},
+    const struct {
+        const char *key;
+        int index;
+        const char *value;
+    } cases[] = {{"a", 0, nullptr}, {"b", 0, "B"}, {"c", 1, nullptr}, {"D", 1, "D"},
                  {"e", 2, nullptr}, {"F", 2, "F"}, {"g", -1, nullptr}};
     for (const auto &c : cases) {
         int index = 99;

@@ -44,7 +44,8 @@ size_t format_number(char (&out)[32], T value, int base, bool upper) {
     const auto result = std::to_chars(out, out + sizeof out, value, base);
     const auto len = static_cast<size_t>(result.ptr - out);
     if (upper)
-        for (size_t i = 0; i < len; ++i) out[i] = static_cast<char>(orv::ascii_toupper(static_cast<unsigned char>(out[i])));
+        for (size_t i = 0; i < len; ++i)
+            out[i] = static_cast<char>(orv::ascii_toupper(static_cast<unsigned char>(out[i])));
     return len;
 }
 
@@ -110,53 +111,43 @@ int calstrm_printf(calstrm *stream, const char *format, ...) noexcept {
         p = pct + 1;
         size_t len = 0;
         switch (*p++) {
-        case '%':
-            scratch[0] = '%';
-            len = 1;
-            break;
-        case 'd':
-            len = format_number(scratch, va_arg(ap, int), 10, false);
-            break;
-        case 'u':
-            len = format_number(scratch, va_arg(ap, unsigned), 10, false);
-            break;
-        case 'x':
-            len = format_number(scratch, va_arg(ap, unsigned), 16, false);
-            break;
-        case 'X':
-            len = format_number(scratch, va_arg(ap, unsigned), 16, true);
-            break;
-        case 'o':
-            len = format_number(scratch, va_arg(ap, unsigned), 8, false);
-            break;
-        case 'c':
-            scratch[0] = static_cast<char>(va_arg(ap, int));
-            len = 1;
-            break;
-        case 's': {
-            const char *text = va_arg(ap, const char *);
-            if (text == nullptr) text = "(null)";
-            ok = write_bytes(stream, text, std::strlen(text));
-            continue;
-        }
-        case 'l': {
-            // The letter after 'l' is consumed whatever it is.
-            const char letter = *p;
-            if (letter == '\0') std::abort();
-            ++p;
-            if (letter == 'u')
-                len = format_number(scratch, va_arg(ap, unsigned long), 10, false);
-            else if (letter == 'o')
-                len = format_number(scratch, va_arg(ap, unsigned long), 8, false);
-            else if (letter == 'x' || letter == 'X')
-                len = format_number(scratch, va_arg(ap, unsigned long), 16, letter == 'X');
-            else
-                len = format_number(scratch, va_arg(ap, long), 10, false);
-            break;
-        }
-        default:
-            // Format strings are fixed in the code: anything else is a bug.
-            std::abort();
+            case '%':
+                scratch[0] = '%';
+                len = 1;
+                break;
+            case 'd': len = format_number(scratch, va_arg(ap, int), 10, false); break;
+            case 'u': len = format_number(scratch, va_arg(ap, unsigned), 10, false); break;
+            case 'x': len = format_number(scratch, va_arg(ap, unsigned), 16, false); break;
+            case 'X': len = format_number(scratch, va_arg(ap, unsigned), 16, true); break;
+            case 'o': len = format_number(scratch, va_arg(ap, unsigned), 8, false); break;
+            case 'c':
+                scratch[0] = static_cast<char>(va_arg(ap, int));
+                len = 1;
+                break;
+            case 's': {
+                const char *text = va_arg(ap, const char *);
+                if (text == nullptr) text = "(null)";
+                ok = write_bytes(stream, text, std::strlen(text));
+                continue;
+            }
+            case 'l': {
+                // The letter after 'l' is consumed whatever it is.
+                const char letter = *p;
+                if (letter == '\0') std::abort();
+                ++p;
+                if (letter == 'u')
+                    len = format_number(scratch, va_arg(ap, unsigned long), 10, false);
+                else if (letter == 'o')
+                    len = format_number(scratch, va_arg(ap, unsigned long), 8, false);
+                else if (letter == 'x' || letter == 'X')
+                    len = format_number(scratch, va_arg(ap, unsigned long), 16, letter == 'X');
+                else
+                    len = format_number(scratch, va_arg(ap, long), 10, false);
+                break;
+            }
+            default:
+                // Format strings are fixed in the code: anything else is a bug.
+                std::abort();
         }
         ok = write_bytes(stream, scratch, len);
     }
@@ -170,9 +161,7 @@ void calstrm_set_chunksize(calstrm *stream, unsigned int n) noexcept {
     if (stream != nullptr) stream->chunksize = n;
 }
 
-unsigned int calstrm_get_chunksize(const calstrm *stream) noexcept {
-    return stream == nullptr ? 0 : stream->chunksize;
-}
+unsigned int calstrm_get_chunksize(const calstrm *stream) noexcept { return stream == nullptr ? 0 : stream->chunksize; }
 
 char *calstrm_getbuffer(const calstrm *stream) noexcept { return stream == nullptr ? nullptr : stream->buffer; }
 

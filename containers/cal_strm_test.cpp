@@ -16,7 +16,11 @@ std::string contents(const calstrm *s) {
 
 TEST(Stream, GrowthAddsOneChunkBeyondTheNeed) {
     // Capacities after each write.
-    const struct { int mode; unsigned chunk; std::vector<unsigned> writes, capacities; } cases[] = {
+    const struct {
+        int mode;
+        unsigned chunk;
+        std::vector<unsigned> writes, capacities;
+    } cases[] = {
         {0, 4096, {10}, {4106}},
         {1, 4096, {8192}, {8192 + 8192 + 4096}},
         // Exactly filling the buffer grows it too; one byte short does not.
@@ -76,7 +80,10 @@ TEST(Stream, ReadsCopyFromTheStart) {
 }
 
 TEST(Stream, PrintfConversions) {
-    const struct { std::function<int(calstrm *)> call; const char *expected; } cases[] = {
+    const struct {
+        std::function<int(calstrm *)> call;
+        const char *expected;
+    } cases[] = {
         {[](calstrm *s) { return calstrm_printf(s, "a%db%sc%%", 5, "x"); }, "a5bxc%"},
         {[](calstrm *s) { return calstrm_printf(s, "%d|%u|%x|%X|%o", INT_MIN, UINT_MAX, 255u, 255u, 8u); },
          "-2147483648|4294967295|ff|FF|10"},

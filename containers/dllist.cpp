@@ -173,9 +173,7 @@ int DLL_BeginningOfList(const DLList *list) noexcept {
     return list == nullptr || list->count == 0 || list->position < 0;
 }
 
-int DLL_FirstOfList(const DLList *list) noexcept {
-    return list != nullptr && list->position == 0 && list->count > 0;
-}
+int DLL_FirstOfList(const DLList *list) noexcept { return list != nullptr && list->position == 0 && list->count > 0; }
 
 int DLL_EmptyOrFirstOfList(const DLList *list) noexcept {
     return list != nullptr && (list->position == 0 || list->count == 0);

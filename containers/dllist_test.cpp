@@ -58,8 +58,16 @@ TEST(DLList, InsertAtTheCursor) {
 
 TEST(DLList, DeleteMovesTheCursor) {
     // cursor 0: no cursor.
-    const struct { int size, at; std::vector<intptr_t> left; int position; intptr_t cursor; } cases[] = {
-        {3, 0, {2, 3}, 0, 2}, {3, 1, {1, 3}, 1, 3}, {3, 2, {1, 2}, 1, 2}, {1, 0, {}, -1, 0},
+    const struct {
+        int size, at;
+        std::vector<intptr_t> left;
+        int position;
+        intptr_t cursor;
+    } cases[] = {
+        {3, 0, {2, 3}, 0, 2},
+        {3, 1, {1, 3}, 1, 3},
+        {3, 2, {1, 2}, 1, 2},
+        {1, 0, {}, -1, 0},
     };
     for (const auto &c : cases) {
         DLList *list = list_of(c.size);

@@ -39,13 +39,9 @@ extern "C" {
 
 array_t *array_new(void) noexcept { return new (std::nothrow) array_t; }
 
-int array_count(const array_t *a) noexcept {
-    return a == nullptr ? 0 : static_cast<int>(a->items.size());
-}
+int array_count(const array_t *a) noexcept { return a == nullptr ? 0 : static_cast<int>(a->items.size()); }
 
-int array_append(array_t *a, void *element) noexcept {
-    return array_insert(a, array_count(a), element);
-}
+int array_append(array_t *a, void *element) noexcept { return array_insert(a, array_count(a), element); }
 
 int array_insert(array_t *a, int index, void *element) noexcept {
     if (a == nullptr || index < 0 || static_cast<size_t>(index) > a->items.size()) return -1;
@@ -94,9 +90,7 @@ void array_free_and_destroy(array_t *a) noexcept {
     delete a;
 }
 
-int strarray_append(array_t *a, const char *s) noexcept {
-    return strarray_insert(a, array_count(a), s);
-}
+int strarray_append(array_t *a, const char *s) noexcept { return strarray_insert(a, array_count(a), s); }
 
 int strarray_insert(array_t *a, int index, const char *s) noexcept {
     if (a == nullptr) return -1;

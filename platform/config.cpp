@@ -2,27 +2,27 @@
 // the process's default cache.
 #include "orvutil/platform/config.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <atomic>
-#include <deque>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
+#include "config_text.hpp"
 #include "orv/ascii.hpp"
 #include "orv/confname.hpp"
 #include "orv/fsutil.hpp"
 #include "orvutil/platform/zolog.h"
-#include "config_text.hpp"
 
 namespace {
 
@@ -41,11 +41,11 @@ struct Entry {
 // and values live in the text of each file read, decoded in place, so a read
 // costs a few large allocations rather than several per entry.
 struct Snapshot {
-    std::deque<std::string> texts;  // files parsed in place (a deque never moves them)
+    std::deque<std::string> texts;                // files parsed in place (a deque never moves them)
     std::vector<std::unique_ptr<char[]>> arenas;  // copies made by config_add_entry
     std::vector<Entry> entries;
     std::vector<const char *> values;
-    std::vector<uint32_t> slots;  // open addressing: 0 empty, else index + 1 of a name's last entry
+    std::vector<uint32_t> slots;   // open addressing: 0 empty, else index + 1 of a name's last entry
     size_t open_entry = SIZE_MAX;  // entry still taking continuation values while building
 
     void begin_entry(const char *name, size_t len, const char *value) {
@@ -80,7 +80,8 @@ struct Snapshot {
                     break;
                 }
                 const Entry &other = entries[slots[at] - 1];
-                if (other.hash == e.hash && other.name_len == e.name_len && confname_equal(other.name, e.name, e.name_len)) {
+                if (other.hash == e.hash && other.name_len == e.name_len &&
+                    confname_equal(other.name, e.name, e.name_len)) {
                     slots[at] = static_cast<uint32_t>(i + 1);
                     break;
                 }
@@ -165,7 +166,7 @@ void report_malformed(const std::string &path, int line, const char *why) {
 // Adds what the parser finds to the snapshot being built. A continuation
 // after a skipped line has no entry to join and is skipped too.
 class SnapshotSink : public ConfigSink {
-public:
+  public:
     SnapshotSink(Snapshot &snap, const std::string &path) : snap_(snap), path_(path) {}
     void entry(int, const char *name, size_t name_len, const char *value) override {
         snap_.begin_entry(name, name_len, value);
@@ -178,7 +179,7 @@ public:
         report_malformed(path_, line, why);
     }
 
-private:
+  private:
     Snapshot &snap_;
     const std::string &path_;
 };

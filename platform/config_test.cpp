@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <atomic>
 #include <random>
 #include <string>
-#include <sys/stat.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -72,11 +72,11 @@ TEST(ConfigFile, MalformedLinesAreReportedAndSkipped) {
     const std::string path = dir.file("bad.conf");
     orvtest::write_file(path,
                         "good = 1\n"
-                        "no equals sign\n"         // 2
-                        " = nameless\n"            // 3
-                        "q = \"unterminated\n"     // 4
-                        " ,orphan of line 4\n"     // 5
-                        "t = \"x\" trailing\n"     // 6
+                        "no equals sign\n"      // 2
+                        " = nameless\n"         // 3
+                        "q = \"unterminated\n"  // 4
+                        " ,orphan of line 4\n"  // 5
+                        "t = \"x\" trailing\n"  // 6
                         "also = fine\n");
     orvtest::LogCapture log;
     FileCache fc(path);

@@ -61,7 +61,13 @@ char *parse_value(char *line, size_t len, size_t i, const char **why) {
 bool needs_quotes(std::string_view value) {
     for (char c : value) {
         switch (c) {
-            case '\t': case '\n': case '\r': case ' ': case '"': case ',': case '\\': return true;
+            case '\t':
+            case '\n':
+            case '\r':
+            case ' ':
+            case '"':
+            case ',':
+            case '\\': return true;
             default: break;
         }
     }

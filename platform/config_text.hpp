@@ -9,7 +9,7 @@
 // Receives what the parser finds, in file order; comment and blank lines are
 // passed over. Texts point into the parsed buffer and are NUL-terminated.
 class ConfigSink {
-public:
+  public:
     virtual ~ConfigSink() = default;
     virtual void entry(int line, const char *name, size_t name_len, const char *value) = 0;
     // " ,value": another value of the entry above.

@@ -1,9 +1,9 @@
 #include "orv/fsutil.hpp"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
 
 namespace orv {
 

@@ -2,13 +2,13 @@
 // language's local character set and UTF-8.
 #include "orvutil/platform/mee.h"
 
+#include <iconv.h>
+#include <langinfo.h>
 #include <atomic>
 #include <cerrno>
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
-#include <iconv.h>
-#include <langinfo.h>
 #include <string_view>
 
 #include "orv/ascii.hpp"
@@ -66,8 +66,8 @@ char *convert(const char *text, const char *from, const char *to) {
     for (bool flushing = false; ok;) {
         char *dst = out + used;
         size_t out_left = cap - used - 1;
-        const size_t r = flushing ? iconv(cd, nullptr, nullptr, &dst, &out_left)
-                                  : iconv(cd, &in, &in_left, &dst, &out_left);
+        const size_t r =
+            flushing ? iconv(cd, nullptr, nullptr, &dst, &out_left) : iconv(cd, &in, &in_left, &dst, &out_left);
         used = static_cast<size_t>(dst - out);
         if (r != static_cast<size_t>(-1)) {
             if (flushing) break;

@@ -22,8 +22,9 @@ TEST(Mee, LanguageTable) {
         int dbcs;
     };
     const Case cases[] = {
-        {"FR", 1, "fr-FR", "ISO-8859-1", 0},   {"fr-CA", 1, "fr-FR", "ISO-8859-1", 0}, {"ja", 11, "ja-JP", "Shift_JIS", 1},
-        {"ko_KR", 12, "ko-KR", "EUC-KR", 1},   {"english", -1, nullptr, nullptr, 0},   {"", -1, nullptr, nullptr, 0},
+        {"FR", 1, "fr-FR", "ISO-8859-1", 0},  {"fr-CA", 1, "fr-FR", "ISO-8859-1", 0},
+        {"ja", 11, "ja-JP", "Shift_JIS", 1},  {"ko_KR", 12, "ko-KR", "EUC-KR", 1},
+        {"english", -1, nullptr, nullptr, 0}, {"", -1, nullptr, nullptr, 0},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(MEE_GetIntLanguageID(c.tag), c.id) << c.tag;
@@ -45,17 +46,22 @@ TEST(Mee, ConversionsAreWholeOrNothing) {
         {"ja", "\x93\xfa\x96\x7b", "\xe6\x97\xa5\xe6\x9c\xac"},
         {"kr", "\xc7\xd1", "\xed\x95\x9c"},
         {"ch", "\xd6\xd0", "\xe4\xb8\xad"},
-        {"de", std::string(5000, '\xe9'), [] { std::string s; for (int i = 0; i < 5000; ++i) s += "\xc3\xa9"; return s; }()},
+        {"de", std::string(5000, '\xe9'),
+         [] {
+             std::string s;
+             for (int i = 0; i < 5000; ++i) s += "\xc3\xa9";
+             return s;
+         }()},
     };
     for (const auto &c : cases) {
         const int id = MEE_GetIntLanguageID(c.tag);
         EXPECT_EQ(take(MEE_LocalToUTF8(id, c.local.c_str())), c.utf8) << c.tag;
         EXPECT_EQ(take(MEE_UTF8ToLocal(id, c.utf8.c_str())), c.local) << c.tag;
     }
-    EXPECT_EQ(MEE_UTF8ToLocal(0, "bad \xc3"), nullptr);        // truncated sequence
-    EXPECT_EQ(MEE_UTF8ToLocal(0, "\xff"), nullptr);            // never valid UTF-8
-    EXPECT_EQ(MEE_UTF8ToLocal(0, "\xe6\x97\xa5"), nullptr);    // no Latin-1 form
-    EXPECT_EQ(MEE_LocalToUTF8(11, "\x93"), nullptr);           // lead byte alone
+    EXPECT_EQ(MEE_UTF8ToLocal(0, "bad \xc3"), nullptr);      // truncated sequence
+    EXPECT_EQ(MEE_UTF8ToLocal(0, "\xff"), nullptr);          // never valid UTF-8
+    EXPECT_EQ(MEE_UTF8ToLocal(0, "\xe6\x97\xa5"), nullptr);  // no Latin-1 form
+    EXPECT_EQ(MEE_LocalToUTF8(11, "\x93"), nullptr);         // lead byte alone
     EXPECT_EQ(MEE_LocalToUTF8(MEE_LANGUAGE_COUNT, "a"), nullptr);
     // A negative id takes the C locale's character set: ASCII under "C".
     ASSERT_NE(std::setlocale(LC_CTYPE, "C"), nullptr);

@@ -1,13 +1,13 @@
 // Buffered protocol output streams over a descriptor or a memory sink.
 #include "orvutil/platform/prot.h"
 
+#include <unistd.h>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
-#include <unistd.h>
 
 #include "orv/fsutil.hpp"
 

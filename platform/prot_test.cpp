@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <string>
 #include <fcntl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <csignal>
+#include <string>
 
-#include "orvutil/platform/prot.h"
 #include "orvtest.hpp"
+#include "orvutil/platform/prot.h"
 
 namespace {
 
@@ -115,7 +115,8 @@ TEST(Prot, RetryWriteGoesOnThroughShortWritesAndInterrupts) {
     ::close(fds[1]);
     std::string got;
     char chunk[65536];
-    for (ssize_t n; (n = ::read(fds[0], chunk, sizeof chunk)) > 0; ::usleep(500)) got.append(chunk, static_cast<size_t>(n));
+    for (ssize_t n; (n = ::read(fds[0], chunk, sizeof chunk)) > 0; ::usleep(500))
+        got.append(chunk, static_cast<size_t>(n));
     ::close(fds[0]);
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);

@@ -1,12 +1,12 @@
 // Small process services: ids, file sync, time conversion, sleep.
 #include "orvutil/platform/sys.h"
 
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <ctime>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include "orvutil/platform/zolog.h"
 

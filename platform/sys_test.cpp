@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <csignal>
-#include <climits>
-#include <ctime>
-#include <tuple>
 #include <pthread.h>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <ctime>
 #include <thread>
+#include <tuple>
 
 #include "orvutil/platform/sys.h"
 
@@ -43,9 +43,9 @@ TEST(Sys, MkgmtimeNormalisesFieldsLikeMktime) {
         const char *expect;
     };
     const Case cases[] = {
-        {2024, 12, 1, 0, 0, 0, "2025-01-01 00:00:00"},    // month 13
-        {2100, 1, 29, 0, 0, 0, "2100-03-01 00:00:00"},    // 2100 is not leap
-        {2000, -1, 1, 48, 0, 0, "1999-12-03 00:00:00"},   // negative month, hours overflow
+        {2024, 12, 1, 0, 0, 0, "2025-01-01 00:00:00"},   // month 13
+        {2100, 1, 29, 0, 0, 0, "2100-03-01 00:00:00"},   // 2100 is not leap
+        {2000, -1, 1, 48, 0, 0, "1999-12-03 00:00:00"},  // negative month, hours overflow
     };
     for (const auto &c : cases) {
         struct tm tm = {};

@@ -2,17 +2,17 @@
 // standard error, with a per-handle level threshold.
 #include "orvutil/platform/zolog.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <map>
 #include <mutex>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "orv/ascii.hpp"
 #include "orv/fsutil.hpp"
@@ -83,8 +83,10 @@ bool parse_level(const char *text, int *out) {
         }
     }
     // Short and syslog-style spellings.
-    static const struct { const char *name; int level; } aliases[] = {
-        {"emerg", 0}, {"crit", 2}, {"err", 3}, {"warn", 4}, {"info", 6}};
+    static const struct {
+        const char *name;
+        int level;
+    } aliases[] = {{"emerg", 0}, {"crit", 2}, {"err", 3}, {"warn", 4}, {"info", 6}};
     for (const auto &alias : aliases) {
         if (orv::ascii_iequal(text, alias.name)) {
             *out = alias.level;
@@ -106,10 +108,10 @@ bool apply_option(LogHandle &h, const char *name, const char *value) {
         long LogHandle::*field;
     };
     static const NumericOption numeric[] = {
-        {"rollovertime", &LogHandle::rollovertime},   {"expirytime", &LogHandle::expirytime},
+        {"rollovertime", &LogHandle::rollovertime},     {"expirytime", &LogHandle::expirytime},
         {"maxlogfilesize", &LogHandle::maxlogfilesize}, {"maxlogfiles", &LogHandle::maxlogfiles},
-        {"maxlogsize", &LogHandle::maxlogsize},       {"minfreeddiskspace", &LogHandle::minfreediskspace},
-        {"flushinterval", &LogHandle::flushinterval}, {"buffersize", &LogHandle::buffersize},
+        {"maxlogsize", &LogHandle::maxlogsize},         {"minfreeddiskspace", &LogHandle::minfreediskspace},
+        {"flushinterval", &LogHandle::flushinterval},   {"buffersize", &LogHandle::buffersize},
     };
     if (orv::ascii_iequal(name, "loglevel")) return parse_level(value, &h.threshold);
     if (orv::ascii_iequal(name, "logfacility")) {
@@ -121,8 +123,8 @@ bool apply_option(LogHandle &h, const char *name, const char *value) {
     static const struct {
         const char *name;
         std::string LogHandle::*field;
-    } naming[] = {{"logdir", &LogHandle::logdir}, {"servicename", &LogHandle::service},
-                  {"processname", &LogHandle::process}};
+    } naming[] = {
+        {"logdir", &LogHandle::logdir}, {"servicename", &LogHandle::service}, {"processname", &LogHandle::process}};
     for (const auto &option : naming) {
         if (!orv::ascii_iequal(name, option.name)) continue;
         const std::string text = value != nullptr ? value : "";

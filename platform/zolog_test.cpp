@@ -44,9 +44,9 @@ TEST(Zolog, RecordFormatAndEscaping) {
     zolog(log.handle, 52, "counter %d", 7);
     const auto lines = lines_of(log.text());
     ASSERT_EQ(lines.size(), 2u);
-    EXPECT_TRUE(std::regex_match(lines[0],
-                                 std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z Error General svc/proc\[\d+\] )"
-                                            R"(bad thing\\nsecond\\tline\\x01 end)")))
+    EXPECT_TRUE(
+        std::regex_match(lines[0], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z Error General svc/proc\[\d+\] )"
+                                              R"(bad thing\\nsecond\\tline\\x01 end)")))
         << lines[0];
     EXPECT_NE(lines[1].find(" Warning facility6 svc/proc["), std::string::npos) << lines[1];
 }
@@ -58,8 +58,8 @@ TEST(Zolog, LevelThresholdDropsLowerSeverities) {
         bool kept;
     };
     const Case cases[] = {
-        {"Notice", 5, true},   {"Notice", 6, false}, {"notice", 37, true}, {"Error", 4, false},
-        {"Error", 2, true},    {"7", 7, true},       {"Warning", 52, true}, {"Debug", 7, true},
+        {"Notice", 5, true}, {"Notice", 6, false}, {"notice", 37, true},  {"Error", 4, false},
+        {"Error", 2, true},  {"7", 7, true},       {"Warning", 52, true}, {"Debug", 7, true},
     };
     for (const auto &c : cases) {
         FileLog log(c.threshold);
@@ -79,10 +79,11 @@ TEST(Zolog, PercentMIsTheErrnoText) {
 TEST(Zolog, ConfigAcceptsEveryOptionAndRejectsUnknownOnes) {
     const int h = zolog_open("s", "p");
     ASSERT_GT(h, 0);
-    const char *good[] = {"loglevel", "Notice", "logfacility", "General", "rollovertime", "86400",
-                          "expirytime", "604800", "maxlogfilesize", "2097152", "maxlogfiles", "10",
+    const char *good[] = {"loglevel",   "Notice",   "logfacility",       "General", "rollovertime",  "86400",
+                          "expirytime", "604800",   "maxlogfilesize",    "2097152", "maxlogfiles",   "10",
                           "maxlogsize", "20971520", "minfreeddiskspace", "5242880", "flushinterval", "60",
-                          "buffersize", "0", "servicename", "s", "processname", "p", nullptr, nullptr};
+                          "buffersize", "0",        "servicename",       "s",       "processname",   "p",
+                          nullptr,      nullptr};
     EXPECT_EQ(zolog_config(h, good), 0);
     const char *unknown[] = {"colour", "blue", nullptr, nullptr};
     EXPECT_EQ(zolog_config(h, unknown), -1);

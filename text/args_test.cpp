@@ -113,7 +113,8 @@ TEST(Lists, StringArrays) {
     EXPECT_EQ(cal_parseutil_to_calstrarray(&a, 2, v.get()), 2);
     EXPECT_EQ(strings_of(a), (Strings{"one", "two"}));
     EXPECT_EQ(cal_parseutil_to_calstrarray(nullptr, 2, v.get()), 0);
-    for (const auto &[in, out] : {std::pair<const char *, Strings>{"a  b ", {"a", "", "b"}}, {"", {}}, {" a\tb", {"", "a", "b"}}}) {
+    for (const auto &[in, out] :
+         {std::pair<const char *, Strings>{"a  b ", {"a", "", "b"}}, {"", {}}, {" a\tb", {"", "a", "b"}}}) {
         std::string text = in;
         array_t *arr = array_new();
         EXPECT_EQ(cal_parseutil_delimit_by_space_or_tab(text.data(), arr), 0);
@@ -123,8 +124,17 @@ TEST(Lists, StringArrays) {
 
 TEST(Args, IntegersBooleansAndCase) {
     const std::pair<const char *, long> ints[] = {
-        {"12x", 7}, {"-5", -5}, {"", 0}, {"-", 0}, {"+12", 12}, {"007", 7}, {" 1", 7}, {"--1", 7}, {nullptr, 7},
-        {"99999999999999999999", LONG_MAX}, {"-99999999999999999999", LONG_MIN},
+        {"12x", 7},
+        {"-5", -5},
+        {"", 0},
+        {"-", 0},
+        {"+12", 12},
+        {"007", 7},
+        {" 1", 7},
+        {"--1", 7},
+        {nullptr, 7},
+        {"99999999999999999999", LONG_MAX},
+        {"-99999999999999999999", LONG_MIN},
     };
     for (const auto &[in, out] : ints) EXPECT_EQ(cal_parseutil_getInteger(in, 7), out) << shown(in);
     for (const auto &[in, out] : {std::pair{"1", 1}, {"+1", 1}, {"001", 1}, {"true", 0}, {"2", 0}, {"", 0}})

@@ -293,10 +293,10 @@ int cal_parseutil_searchForString(char **vector, const char *pattern, int mode, 
     }
     int (*matcher)(const char *, const char *, int) = cal_parseutil_ExactSearch;
     switch (mode) {
-    case 1: matcher = cal_parseutil_PrefixSearch; break;
-    case 2: matcher = cal_parseutil_SuffixSearch; break;
-    case 3: matcher = cal_parseutil_ContainsSearch; break;
-    default: break;
+        case 1: matcher = cal_parseutil_PrefixSearch; break;
+        case 2: matcher = cal_parseutil_SuffixSearch; break;
+        case 3: matcher = cal_parseutil_ContainsSearch; break;
+        default: break;
     }
     for (; *vector != nullptr; ++vector) {
         if (std::strchr(*vector, '=') == nullptr) continue;

@@ -41,7 +41,9 @@ int store_copy(const char *from, size_t n, char **out) {
 
 extern "C" {
 
-int cal_parseutil_isNotAllowableGroupIDChar(char c) noexcept { return group_char(static_cast<unsigned char>(c)) ? 0 : 1; }
+int cal_parseutil_isNotAllowableGroupIDChar(char c) noexcept {
+    return group_char(static_cast<unsigned char>(c)) ? 0 : 1;
+}
 
 int cal_parseutil_isValidGroupID(const char *s) noexcept {
     if (s == nullptr || *s == '\0') return 0;

@@ -234,8 +234,9 @@ char *convert_to_xml(const char *source, bool compress, bool full) {
     auto special = [&index](unsigned char c) { return index[c] != 0; };
     auto block_full = [](auto x) {
         using namespace orv::text;
-        return block_or(block_or(block_or(block_eq(x, '\n'), block_eq(x, '\r')), block_or(block_eq(x, '"'), block_eq(x, '&'))),
-                        block_or(block_or(block_eq(x, '\''), block_eq(x, '/')), block_or(block_eq(x, '<'), block_eq(x, '>'))));
+        return block_or(
+            block_or(block_or(block_eq(x, '\n'), block_eq(x, '\r')), block_or(block_eq(x, '"'), block_eq(x, '&'))),
+            block_or(block_or(block_eq(x, '\''), block_eq(x, '/')), block_or(block_eq(x, '<'), block_eq(x, '>'))));
     };
     auto block_lines = [](auto x) {
         using namespace orv::text;

@@ -24,13 +24,13 @@ int loose_digit(unsigned char c) { return c <= '9' ? c - '0' : c - '7'; }
 
 const char *js_form(unsigned char c) {
     switch (c) {
-    case '\'': return "\\'";
-    case '\\': return "\\\\";
-    case '\b': return "\\b";
-    case '\f': return "\\f";
-    case '\n': return "\\n";
-    case '\r': return "\\r";
-    default: return nullptr;
+        case '\'': return "\\'";
+        case '\\': return "\\\\";
+        case '\b': return "\\b";
+        case '\f': return "\\f";
+        case '\n': return "\\n";
+        case '\r': return "\\r";
+        default: return nullptr;
     }
 }
 
@@ -130,8 +130,8 @@ char *cal_parseutil_unescape_escaped_unicode(char *text) noexcept {
             *w++ = 'u';
             r += 2;
         } else if (*r == '%' && r[1] != '\0' && r[2] != '\0') {
-            const int v = loose_digit(static_cast<unsigned char>(r[1])) * 16 +
-                          loose_digit(static_cast<unsigned char>(r[2]));
+            const int v =
+                loose_digit(static_cast<unsigned char>(r[1])) * 16 + loose_digit(static_cast<unsigned char>(r[2]));
             *w++ = static_cast<char>(static_cast<unsigned char>(v & 0xFF));
             r += 3;
         } else {

@@ -15,9 +15,9 @@ constexpr int kInvalid = CAL_PARSEUTIL_E_INVALIDARG;
 TEST(Calid, PredicatesAndCleaner) {
     // text, isValidCalid, isValidGroupID
     const std::tuple<const char *, int, int> cases[] = {
-        {"a:b", 1, 0}, {"a:b:c", 0, 0}, {":", 1, 0},      {"", 0, 0},     {"u1@d1:2", 1, 0}, {"a b", 0, 1},
-        {"Team A.1", 0, 1}, {"a@b", 1, 0}, {"x\xE9", 0, 0}, {"it's_-.%/!", 1, 0}, {"a_-. b", 0, 1},
-        {"a\tb", 0, 0},     {nullptr, 0, 0},
+        {"a:b", 1, 0},    {"a:b:c", 0, 0},    {":", 1, 0},     {"", 0, 0},      {"u1@d1:2", 1, 0},
+        {"a b", 0, 1},    {"Team A.1", 0, 1}, {"a@b", 1, 0},   {"x\xE9", 0, 0}, {"it's_-.%/!", 1, 0},
+        {"a_-. b", 0, 1}, {"a\tb", 0, 0},     {nullptr, 0, 0},
     };
     for (const auto &[text, calid, group] : cases)
         EXPECT_EQ(cal_parseutil_isValidCalid(text) * 10 + cal_parseutil_isValidGroupID(text), calid * 10 + group)
@@ -37,7 +37,7 @@ TEST(Calid, PredicatesAndCleaner) {
 
 TEST(Calid, StructuralValidation) {
     const std::pair<const char *, int> cases[] = {
-        {"x", 1},  {"x:y", 1}, {"u1@d1:2", 1}, {"a@b@c", 1}, {"x y", 1}, {":x", 0},  {"x:", 0},
+        {"x", 1},  {"x:y", 1}, {"u1@d1:2", 1}, {"a@b@c", 1}, {"x y", 1}, {":x", 0},    {"x:", 0},
         {"@x", 0}, {"x@", 0},  {"x@:y", 0},    {"x:y@z", 0}, {":", 0},   {nullptr, 0},
     };
     for (const auto &[calid, valid] : cases) {
@@ -81,8 +81,8 @@ TEST(Calid, Builder) {
     // uid, domain, suffix, status, built string
     const std::tuple<const char *, const char *, const char *, int, const char *> cases[] = {
         {"u", "@d", ":s", 0, "u@d:s"},
-        {"u", "d", nullptr, 0, "ud"},               // no delimiter is inserted
-        {nullptr, nullptr, ":s", kInvalid, ":s"},   // invalid: the string is kept
+        {"u", "d", nullptr, 0, "ud"},              // no delimiter is inserted
+        {nullptr, nullptr, ":s", kInvalid, ":s"},  // invalid: the string is kept
         {nullptr, nullptr, nullptr, kInvalid, nullptr},
     };
     for (const auto &[uid, domain, suffix, rc, built] : cases) {

@@ -26,15 +26,17 @@ struct Sink {
 TEST(Escape, CharacterWritersFollowTheTable) {
     // byte, then print_char, print_xml_char, print_char_ical_es, _no_es
     const std::tuple<char, const char *, const char *, const char *, const char *> table[] = {
-        {'\b', "\\b", "\\b", "\\b", "\\b"}, {'\n', "\\n", "&#10;", "\\n", "\\n"}, {'\'', "\\'", "'", "'", "'"},
-        {',', ",", ",", "\\,", ","},         {'>', ">", "&#62;", ">", ">"},      {'\\', "\\\\", "\\\\", "\\\\", "\\\\"},
-        {'"', "\"", "\"", "\"", "\""},     {'\xE9', "\xE9", "\xE9", "\xE9", "\xE9"},
+        {'\b', "\\b", "\\b", "\\b", "\\b"}, {'\n', "\\n", "&#10;", "\\n", "\\n"},
+        {'\'', "\\'", "'", "'", "'"},       {',', ",", ",", "\\,", ","},
+        {'>', ">", "&#62;", ">", ">"},      {'\\', "\\\\", "\\\\", "\\\\", "\\\\"},
+        {'"', "\"", "\"", "\"", "\""},      {'\xE9', "\xE9", "\xE9", "\xE9", "\xE9"},
     };
     for (const auto &[in, print_char, xml_char, ical_es, ical_no_es] : table) {
         Sink a, b, e, n;
         int col_e = 0, col_n = 0;
         EXPECT_EQ(cal_parseutil_print_char(in, a.s) + cal_parseutil_print_xml_char(in, b.s) +
-                      cal_parseutil_print_char_ical_es(in, e.s, &col_e) + cal_parseutil_print_char_ical_no_es(in, n.s, &col_n),
+                      cal_parseutil_print_char_ical_es(in, e.s, &col_e) +
+                      cal_parseutil_print_char_ical_no_es(in, n.s, &col_n),
                   0);
         EXPECT_EQ(a.text() + "|" + b.text() + "|" + e.text() + "|" + n.text(),
                   std::string(print_char) + "|" + xml_char + "|" + ical_es + "|" + ical_no_es);
@@ -153,7 +155,9 @@ TEST(Escape, Converters) {
     for (const auto &[in, compress, lf_only, full] : cases) {
         char *a = nullptr;
         char *b = static_cast<char *>(std::malloc(8));  // freed by the converter
-        EXPECT_EQ(cal_parseutil_convert_to_xml_string(in, &a, compress) + cal_parseutil_convert_to_xml_string_always(in, &b, compress), 0);
+        EXPECT_EQ(cal_parseutil_convert_to_xml_string(in, &a, compress) +
+                      cal_parseutil_convert_to_xml_string_always(in, &b, compress),
+                  0);
         EXPECT_STREQ(a, lf_only);
         EXPECT_STREQ(b, full);
         std::free(a);
@@ -178,7 +182,11 @@ TEST(Escape, InPlaceCleaners) {
     const std::array<std::string, 3> cases[] = {
         {"a\r\nb\r\n", "a\nb\n", "a\r\nb\r\n"},
         {"\r\r\n\n", "\r\n\n", "\r\r\n\n"},
-        {"a\x01" "b\tc", "a\x01" "b\tc", "a b\tc"},
+        {"a\x01"
+         "b\tc",
+         "a\x01"
+         "b\tc",
+         "a b\tc"},
         {"\x1f\x7f\x80\x0b", "\x1f\x7f\x80\x0b", " \x7f\x80 "},
     };
     for (const auto &[in, compressed, validated] : cases) {

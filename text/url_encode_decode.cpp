@@ -41,23 +41,23 @@ constexpr CodeMap make_map(Kind kind) {
         if (kind == Kind::alpha) m.set(b, "_");
     }
     switch (kind) {
-    case Kind::url:
-        m.set(' ', "+");
-        for (const char c : {'-', '_', '.', '*', '@'}) m.set(static_cast<unsigned char>(c), "");
-        break;
-    case Kind::html:
-        m.set('"', "&quot;");
-        m.set('&', "&amp;");
-        m.set('>', "&gt;");
-        m.set('<', "&lt;");
-        break;
-    case Kind::cookie:
-        m.set(' ', "+");
-        m.set(',', "%2C");
-        m.set(';', "%3B");
-        break;
-    case Kind::full: m.set(' ', "+"); break;
-    case Kind::alpha: break;
+        case Kind::url:
+            m.set(' ', "+");
+            for (const char c : {'-', '_', '.', '*', '@'}) m.set(static_cast<unsigned char>(c), "");
+            break;
+        case Kind::html:
+            m.set('"', "&quot;");
+            m.set('&', "&amp;");
+            m.set('>', "&gt;");
+            m.set('<', "&lt;");
+            break;
+        case Kind::cookie:
+            m.set(' ', "+");
+            m.set(',', "%2C");
+            m.set(';', "%3B");
+            break;
+        case Kind::full: m.set(' ', "+"); break;
+        case Kind::alpha: break;
     }
     return m;
 }
@@ -113,7 +113,8 @@ char *encode(const CodeMap &map, const char *text) {
 // tests keeps mixed digits and letters free of mispredicted branches.
 constexpr std::array<signed char, 256> kHexValue = [] {
     std::array<signed char, 256> t{};
-    for (int i = 0; i < 256; ++i) t[static_cast<size_t>(i)] = static_cast<signed char>(orv::ascii_hexvalue(static_cast<unsigned char>(i)));
+    for (int i = 0; i < 256; ++i)
+        t[static_cast<size_t>(i)] = static_cast<signed char>(orv::ascii_hexvalue(static_cast<unsigned char>(i)));
     return t;
 }();
 

@@ -23,14 +23,20 @@ std::string take(char *s) {
 
 TEST(WebEncode, Encoders) {
     const std::tuple<char *(*)(const char *), const char *, const char *> cases[] = {
-        {url_Encode, "a b-c/d", "a+b-c%2Fd"},     {url_Encode, "_.*@~+\xE9", "_.*@%7E%2B%E9"},
-        {url_EncodeHTML, "<a&b>\"'", "&lt;a&amp;b&gt;&quot;'"}, {url_EncodeCookie, "a b,c;d%", "a+b%2Cc%3Bd%"},
-        {full_Encode, "a b.c", "a+b^2Ec"},        {alpha_Encode, "a b.c\xE9", "a_b_c_"},
-        {url_Encode, "", ""},                     {url_Encode, nullptr, "<NULL>"},
+        {url_Encode, "a b-c/d", "a+b-c%2Fd"},
+        {url_Encode, "_.*@~+\xE9", "_.*@%7E%2B%E9"},
+        {url_EncodeHTML, "<a&b>\"'", "&lt;a&amp;b&gt;&quot;'"},
+        {url_EncodeCookie, "a b,c;d%", "a+b%2Cc%3Bd%"},
+        {full_Encode, "a b.c", "a+b^2Ec"},
+        {alpha_Encode, "a b.c\xE9", "a_b_c_"},
+        {url_Encode, "", ""},
+        {url_Encode, nullptr, "<NULL>"},
         {cal_parseutil_URLencode, "a\tb c\x01\x7f", "a% 9b%20c% 1%7F"},  // "%2X": space-padded
-        {cal_parseutil_URLencode, "caf\xC3\xA9-", "caf\xC3\xA9%2D"},     {cal_parseutil_URLencode, "", "<NULL>"},
+        {cal_parseutil_URLencode, "caf\xC3\xA9-", "caf\xC3\xA9%2D"},
+        {cal_parseutil_URLencode, "", "<NULL>"},
         {cal_parseutil_JSencode, "it's </script>", "it\\'s </'+'script>"},
-        {cal_parseutil_JSencode, "a\\b\b\f\n\r\"/x", "a\\\\b\\b\\f\\n\\r\"/x"}, {cal_parseutil_JSencode, "plain", "plain"},
+        {cal_parseutil_JSencode, "a\\b\b\f\n\r\"/x", "a\\\\b\\b\\f\\n\\r\"/x"},
+        {cal_parseutil_JSencode, "plain", "plain"},
     };
     for (const auto &[fn, in, out] : cases) EXPECT_EQ(take(fn(in)), out) << (in ? in : "NULL");
     std::vector<const char *> table(256, nullptr);  // a caller's own table
@@ -54,8 +60,8 @@ TEST(WebEncode, EveryByteRoundTripsAndTablesAreReadyOnEveryThread) {
         });
     for (auto &t : threads) t.join();
     for (size_t i = 0; i < 4; ++i) EXPECT_TRUE(url[i] == bytes && full[i] == bytes) << i;
-    EXPECT_EQ(take(alpha_Encode(bytes.c_str())).find_first_not_of(
-                  "_0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"),
+    EXPECT_EQ(take(alpha_Encode(bytes.c_str()))
+                  .find_first_not_of("_0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"),
               std::string::npos);
 }
 
@@ -72,7 +78,11 @@ TEST(WebDecode, HexDigitsAndDecoders) {
         EXPECT_EQ(xdtoi(c), v) << c;
     for (const auto &[p, v] : {std::pair{"fF", 255}, {"4", 0}, {"g1", 0}}) EXPECT_EQ(xtoi(p), v) << p;
     const std::pair<const char *, const char *> url[] = {
-        {"%41%zz+%00", "A%zz %00"}, {"%", "%"}, {"%4", "%4"}, {"%%41", "%A"}, {"%2541", "%41"},
+        {"%41%zz+%00", "A%zz %00"},
+        {"%", "%"},
+        {"%4", "%4"},
+        {"%%41", "%A"},
+        {"%2541", "%41"},
         {"0123456789abcde%41%4g0123456789abcdefghij", "0123456789abcdeA%4g0123456789abcdefghij"},  // across blocks
     };
     for (const auto &[in, out] : url) EXPECT_EQ(take(url_Decode(in)), out) << in;
@@ -86,8 +96,12 @@ TEST(WebParseutil, InPlaceDecoders) {
         {"a+b%2Fc%2fd%u00E9", 1, "a b/c%2fd\\u00E9"},  // lower-case hex is not decoded
         {"a+b%2Fc%2fd%u00E9", 0, "a+b/c%2fd\\u00E9"},
         {"%252541", 0, "%2541"},  // decoded once only
-        {"100%", 1, "100%"},       {"%%41", 0, "%A"},  {"%41%00tail", 0, "A"},
-        {"%u00E9", -1, "\\u00E9"}, {"a%41b", -1, "aAb"}, {"%4", -1, "%4"},
+        {"100%", 1, "100%"},
+        {"%%41", 0, "%A"},
+        {"%41%00tail", 0, "A"},
+        {"%u00E9", -1, "\\u00E9"},
+        {"a%41b", -1, "aAb"},
+        {"%4", -1, "%4"},
         {"x%e9", -1, "x\xE9"},  // digits unchecked: ('e' - '7') * 16 + 9, low byte
     };
     for (const auto &[in, plus, out] : cases) {
@@ -101,8 +115,11 @@ TEST(WebParseutil, InPlaceDecoders) {
 
 TEST(WebParseutil, DecodeUrl) {
     const std::tuple<const char *, int, std::vector<std::string>> cases[] = {
-        {"a=1& b=x+y", 10, {"a=1", "b=x y"}}, {"a=1&&b=2&", 10, {"a=1", "b=2"}}, {"a&b&c&d", 3, {"a", "b"}},
-        {"a", 1, {}},                         {"x=%2541", 5, {"x=%41"}},
+        {"a=1& b=x+y", 10, {"a=1", "b=x y"}},
+        {"a=1&&b=2&", 10, {"a=1", "b=2"}},
+        {"a&b&c&d", 3, {"a", "b"}},
+        {"a", 1, {}},
+        {"x=%2541", 5, {"x=%41"}},
     };
     for (const auto &[query, max, entries] : cases) {
         std::string q = query;

@@ -100,9 +100,7 @@ struct DateFields {
 // date_only is written whatever the outcome. True when the string is valid.
 bool read_date_fields(const char *s, size_t len, DateFields &f, int &date_only) {
     int error = 0;
-    auto field = [&](size_t at, int width, int &value) {
-        error |= read_digits(s + at, width, value);
-    };
+    auto field = [&](size_t at, int width, int &value) { error |= read_digits(s + at, width, value); };
     date_only = 0;
     if (len == 8) {
         field(0, 4, f.year);
@@ -129,7 +127,7 @@ int convert_date(const char *s, time_t *t, int *isDateOnly, bool forceUtc) {
     const size_t len = std::strlen(s);
     DateFields f;
     if (!read_date_fields(s, len, f, *isDateOnly)) return 2;
-    struct tm tm{};
+    struct tm tm {};
     tm.tm_year = f.year - 1900;
     tm.tm_mon = f.month - 1;
     tm.tm_mday = f.day;
@@ -200,7 +198,7 @@ int month_digits(const char *iso) { return (iso[4] - '0') * 10 + (iso[5] - '0');
 
 // The work state of a logical addition: the instant and its UTC digits.
 class LogicalSum {
-public:
+  public:
     explicit LogicalSum(time_t t) : t_(t) {}
     time_t instant() const { return t_; }
     const char *text() const { return text_; }
@@ -233,7 +231,7 @@ public:
         return cal_time_timet_to_gmtdate(t_, text_) == CAL_TIME_DATE_SIZE - 1;
     }
 
-private:
+  private:
     time_t t_;
     char text_[CAL_TIME_DATE_SIZE] = {};
 };
@@ -293,9 +291,7 @@ int cal_time_atoi_size(char *s, int size, int *out) noexcept {
     return read_digits(s, size, *out);
 }
 
-int checkNumberOfDaysHelper(int year, int month, int day) noexcept {
-    return exceeds_month(year, month, day) ? 1 : 0;
-}
+int checkNumberOfDaysHelper(int year, int month, int day) noexcept { return exceeds_month(year, month, day) ? 1 : 0; }
 
 int cal_time_isValidDateOrDateTimeString(char *s) noexcept {
     if (s == nullptr) return 0;
@@ -532,7 +528,8 @@ time_t cal_time_getOffset(period *p) noexcept {
     if (p == nullptr) return 0;
     if (p->duration == nullptr) {
         time_t length;
-        if (__builtin_sub_overflow(p->end, p->start, &length)) return p->end > p->start ? std::numeric_limits<time_t>::max() : std::numeric_limits<time_t>::min();
+        if (__builtin_sub_overflow(p->end, p->start, &length))
+            return p->end > p->start ? std::numeric_limits<time_t>::max() : std::numeric_limits<time_t>::min();
         return length;
     }
     time_t length = 0;

@@ -35,12 +35,27 @@ std::string text(duration d) {
 bool same(const duration &a, const duration &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 TEST(DateStrings, ValidationByLengthAndField) {
-    struct Case { const char *s; int valid, date_only; };
-    const Case cases[] = {
-        {"20240229", 1, 1}, {"21000229", 1, 1}, {"19000229", 1, 1}, {"20230229", 0, 0}, {"20240431", 0, 0},
-        {"20241301", 0, 0}, {"20240100", 0, 0}, {"2024+101", 0, 0}, {"2024 101", 0, 0}, {"20240132", 0, 0},
-        {"20240101T235960", 0, 0}, {"20240101T240000", 0, 0}, {"20240101T236000", 0, 0}, {"20240101T0-0000", 0, 0},
-        {"20240101X000000Z", 1, 0}, {"20240101T000000anything", 1, 0}, {nullptr, 0, 0}};
+    struct Case {
+        const char *s;
+        int valid, date_only;
+    };
+    const Case cases[] = {{"20240229", 1, 1},
+                          {"21000229", 1, 1},
+                          {"19000229", 1, 1},
+                          {"20230229", 0, 0},
+                          {"20240431", 0, 0},
+                          {"20241301", 0, 0},
+                          {"20240100", 0, 0},
+                          {"2024+101", 0, 0},
+                          {"2024 101", 0, 0},
+                          {"20240132", 0, 0},
+                          {"20240101T235960", 0, 0},
+                          {"20240101T240000", 0, 0},
+                          {"20240101T236000", 0, 0},
+                          {"20240101T0-0000", 0, 0},
+                          {"20240101X000000Z", 1, 0},
+                          {"20240101T000000anything", 1, 0},
+                          {nullptr, 0, 0}};
     for (const auto &c : cases) {
         EXPECT_EQ(cal_time_isValidDateOrDateTimeString(const_cast<char *>(c.s)), c.valid) << c.s;
         EXPECT_EQ(cal_time_isValidDateOnlyString(const_cast<char *>(c.s)), c.date_only) << c.s;
@@ -55,16 +70,25 @@ TEST(DateStrings, ValidationByLengthAndField) {
 
 TEST(DateStrings, FieldHelpers) {
     EXPECT_EQ(checkNumberOfDaysHelper(2100, 2, 29) + checkNumberOfDaysHelper(2024, 13, 1), 1);
-    struct Case { const char *s; int size, status, value; };
-    const Case cases[] = {{"12", 3, 2, -7}, {"2147483647", 10, 0, INT_MAX}, {"2147483648", 10, 2, -7},
-                          {"", 0, 0, 0}, {"-1", 2, 2, -7}, {"5", -1, 1, -7}};
+    struct Case {
+        const char *s;
+        int size, status, value;
+    };
+    const Case cases[] = {{"12", 3, 2, -7},          {"2147483647", 10, 0, INT_MAX},
+                          {"2147483648", 10, 2, -7}, {"", 0, 0, 0},
+                          {"-1", 2, 2, -7},          {"5", -1, 1, -7}};
     for (const auto &c : cases) {
         int out = -7;
         EXPECT_EQ(cal_time_atoi_size(const_cast<char *>(c.s), c.size, &out), c.status) << c.s;
         EXPECT_EQ(out, c.value) << c.s;
     }
-    for (const auto &[s, m] : {std::pair<const char *, int>{"0", 1}, {"9", 1}, {" +4", 4}, {"-2", 1}, {"2x", 2},
-                               {"99999999999999999999", 1}, {nullptr, 1}})
+    for (const auto &[s, m] : {std::pair<const char *, int>{"0", 1},
+                               {"9", 1},
+                               {" +4", 4},
+                               {"-2", 1},
+                               {"2x", 2},
+                               {"99999999999999999999", 1},
+                               {nullptr, 1}})
         EXPECT_EQ(cal_time_getModifier(s), m) << s;
     const std::pair<int, const char *> offsets[] = {
         {-330, "-0530"}, {0, "+0000"}, {60, "+0100"}, {INT_MIN, "-3579139408"}, {INT_MAX, "+3579139407"}};
@@ -76,15 +100,24 @@ TEST(DateStrings, FieldHelpers) {
 }
 
 TEST(DateStrings, ConversionPicksZoneByForm) {
-    struct Case { const char *tz, *s; int force_utc, status; time_t t; int date_only; };
-    const Case cases[] = {
-        {UTC, "25000101T000000", 0, 0, k2500, 0}, {UTC, "20240229", 0, 0, k2024 + 59 * 86400, 1},
-        {UTC, "20240230", 0, 2, -1, 1}, {UTC, "202401011200", 0, 2, -1, 0},
-        {NY, "20240101T000000", 0, 0, k2024 + 5 * 3600, 0}, {NY, "20240101X000000Z", 0, 0, k2024, 0},
-        {NY, "20240101T000000ZZ", 0, 0, k2024 + 5 * 3600, 0}, {NY, "20240101T000000", 1, 0, k2024, 0},
-        // Summer time wall clocks are read as standard time.
-        {NY, "21000701T120000", 0, 0, k2100Jul + 5 * 3600, 0}, {NY, "20240101", 0, 0, k2024 + 5 * 3600, 1},
-        {LH, "20240101T000000", 0, 0, k2024 - 37800, 0}};
+    struct Case {
+        const char *tz, *s;
+        int force_utc, status;
+        time_t t;
+        int date_only;
+    };
+    const Case cases[] = {{UTC, "25000101T000000", 0, 0, k2500, 0},
+                          {UTC, "20240229", 0, 0, k2024 + 59 * 86400, 1},
+                          {UTC, "20240230", 0, 2, -1, 1},
+                          {UTC, "202401011200", 0, 2, -1, 0},
+                          {NY, "20240101T000000", 0, 0, k2024 + 5 * 3600, 0},
+                          {NY, "20240101X000000Z", 0, 0, k2024, 0},
+                          {NY, "20240101T000000ZZ", 0, 0, k2024 + 5 * 3600, 0},
+                          {NY, "20240101T000000", 1, 0, k2024, 0},
+                          // Summer time wall clocks are read as standard time.
+                          {NY, "21000701T120000", 0, 0, k2100Jul + 5 * 3600, 0},
+                          {NY, "20240101", 0, 0, k2024 + 5 * 3600, 1},
+                          {LH, "20240101T000000", 0, 0, k2024 - 37800, 0}};
     for (const auto &c : cases) {
         orvtest::ScopedEnv tz("TZ", c.tz);
         time_t t = -1;
@@ -98,14 +131,24 @@ TEST(DateStrings, ConversionPicksZoneByForm) {
 }
 
 TEST(DateStrings, FormattingInEachZone) {
-    struct Case { const char *tz; Formatter f; time_t t; const char *want; };
-    const Case cases[] = {
-        {UTC, cal_time_timet_to_datez, 253402300799, "99991231T235959Z"}, {UTC, cal_time_timet_to_datez, 253402300800, ""},
-        {UTC, cal_time_timet_to_date, -62135596800, "00010101T000000"}, {UTC, cal_time_timet_to_date, -62135596801, ""},
-        {NY, cal_time_timet_to_date, -62135596800, ""}, {NY, cal_time_timet_to_gmtdate, k2024Jul, "20240701T120000"},
-        {NY, cal_time_timet_to_date, k2100Jul, "21000701T080000"}, {NY, cal_time_timet_to_dateAllDay, k2024, "20231231"},
-        {NY, cal_time_timet_to_datezAllDay, k2500, "25000101"}, {IN, cal_time_timet_to_date, k2500, "25000101T053000"},
-        {LH, cal_time_timet_to_date, k2024, "20240101T110000"}, {LH, cal_time_timet_to_date, k2024Jul, "20240701T223000"}};
+    struct Case {
+        const char *tz;
+        Formatter f;
+        time_t t;
+        const char *want;
+    };
+    const Case cases[] = {{UTC, cal_time_timet_to_datez, 253402300799, "99991231T235959Z"},
+                          {UTC, cal_time_timet_to_datez, 253402300800, ""},
+                          {UTC, cal_time_timet_to_date, -62135596800, "00010101T000000"},
+                          {UTC, cal_time_timet_to_date, -62135596801, ""},
+                          {NY, cal_time_timet_to_date, -62135596800, ""},
+                          {NY, cal_time_timet_to_gmtdate, k2024Jul, "20240701T120000"},
+                          {NY, cal_time_timet_to_date, k2100Jul, "21000701T080000"},
+                          {NY, cal_time_timet_to_dateAllDay, k2024, "20231231"},
+                          {NY, cal_time_timet_to_datezAllDay, k2500, "25000101"},
+                          {IN, cal_time_timet_to_date, k2500, "25000101T053000"},
+                          {LH, cal_time_timet_to_date, k2024, "20240101T110000"},
+                          {LH, cal_time_timet_to_date, k2024Jul, "20240701T223000"}};
     for (const auto &c : cases) {
         orvtest::ScopedEnv tz("TZ", c.tz);
         EXPECT_EQ(fmt(c.f, c.t), c.want) << c.tz << " " << c.t;
@@ -113,17 +156,21 @@ TEST(DateStrings, FormattingInEachZone) {
 }
 
 TEST(Durations, ParseAcceptsAndRejects) {
-    const std::pair<const char *, duration> good[] = {
-        {"P15DT5H0M20S", {0, 0, 15, 5, 0, 20, 0, 0}}, {"P7W", {0, 0, 0, 0, 0, 0, 7, 0}}, {"-P1D", {0, 0, 1, 0, 0, 0, 0, 1}},
-        {"+PT30M", {0, 0, 0, 0, 30, 0, 0, 0}}, {"P1DT", {0, 0, 1, 0, 0, 0, 0, 0}}, {"-PY", {0, 0, 0, 0, 0, 0, 0, 1}},
-        {"-PT", {0, 0, 0, 0, 0, 0, 0, 1}}, {"P2147483647D", {0, 0, INT_MAX, 0, 0, 0, 0, 0}}};
+    const std::pair<const char *, duration> good[] = {{"P15DT5H0M20S", {0, 0, 15, 5, 0, 20, 0, 0}},
+                                                      {"P7W", {0, 0, 0, 0, 0, 0, 7, 0}},
+                                                      {"-P1D", {0, 0, 1, 0, 0, 0, 0, 1}},
+                                                      {"+PT30M", {0, 0, 0, 0, 30, 0, 0, 0}},
+                                                      {"P1DT", {0, 0, 1, 0, 0, 0, 0, 0}},
+                                                      {"-PY", {0, 0, 0, 0, 0, 0, 0, 1}},
+                                                      {"-PT", {0, 0, 0, 0, 0, 0, 0, 1}},
+                                                      {"P2147483647D", {0, 0, INT_MAX, 0, 0, 0, 0, 0}}};
     for (const auto &[s, want] : good) {
         duration d{9, 9, 9, 9, 9, 9, 9, 9};
         EXPECT_EQ(cal_time_buf_to_duration(const_cast<char *>(s), &d), 0) << s;
         EXPECT_TRUE(same(d, want)) << s;
     }
-    const char *bad[] = {"PT", "P", "", "1D", "XP1D", "P1W2D", "P1D2W", "PT1W", "P1H", "P2D1Y", "P1Y2", "PT1H2",
-                         "P1Y1Y", "PT1HT", "P-1D", "P 1D", "P2147483648D", nullptr};
+    const char *bad[] = {"PT",    "P",    "",      "1D",    "XP1D",  "P1W2D", "P1D2W", "PT1W",         "P1H",
+                         "P2D1Y", "P1Y2", "PT1H2", "P1Y1Y", "PT1HT", "P-1D",  "P 1D",  "P2147483648D", nullptr};
     for (const char *s : bad) {
         duration d{9, 9, 9, 9, 9, 9, 9, 0};
         EXPECT_EQ(cal_time_buf_to_duration(const_cast<char *>(s), &d), 2) << s;
@@ -141,8 +188,12 @@ TEST(Durations, ParseAcceptsAndRejects) {
 
 TEST(Durations, WriterAndDifference) {
     const std::pair<duration, const char *> cases[] = {
-        {{0, 0, 1, 2, 0, 0, 0, 0}, "P1DT2H"}, {{0, 0, 0, 0, 0, 0, 2, 1}, "-P2W"}, {{0, 0, 0, 0, 5, 0, 0, 0}, "PT5M"},
-        {{}, "PT"}, {{1, 2, 3, 4, 5, 6, 0, 1}, "-P1Y2M3DT4H5M6S"}, {{0, 0, 0, 0, 0, 0, 0, 2}, "invalid duration"},
+        {{0, 0, 1, 2, 0, 0, 0, 0}, "P1DT2H"},
+        {{0, 0, 0, 0, 0, 0, 2, 1}, "-P2W"},
+        {{0, 0, 0, 0, 5, 0, 0, 0}, "PT5M"},
+        {{}, "PT"},
+        {{1, 2, 3, 4, 5, 6, 0, 1}, "-P1Y2M3DT4H5M6S"},
+        {{0, 0, 0, 0, 0, 0, 0, 2}, "invalid duration"},
         {{INT_MIN, INT_MIN, INT_MIN, INT_MIN, INT_MIN, INT_MIN, 0, 1},
          "-P-2147483648Y-2147483648M-2147483648DT-2147483648H-2147483648M-2147483648S"}};
     for (const auto &[d, want] : cases) {
@@ -150,11 +201,18 @@ TEST(Durations, WriterAndDifference) {
         EXPECT_EQ(s, want);
         duration back{};  // what the writer gives, the parser takes back
         EXPECT_TRUE(s.size() <= 2 || d.sign == 2 || d.years < 0 ||
-                    (cal_time_buf_to_duration(s.data(), &back) == 0 && same(back, d))) << s;
+                    (cal_time_buf_to_duration(s.data(), &back) == 0 && same(back, d)))
+            << s;
     }
-    struct Diff { time_t a, b; const char *want; };
-    const Diff diffs[] = {{0, 90061, "P1DT1H1M1S"}, {90061, 0, "-P1DT1H1M1S"}, {5, 5, "-PT"},
-                          {LLONG_MIN, LLONG_MAX, "P2147483647DT7H15S"}, {k2500, 0, "-P193579DT"}};
+    struct Diff {
+        time_t a, b;
+        const char *want;
+    };
+    const Diff diffs[] = {{0, 90061, "P1DT1H1M1S"},
+                          {90061, 0, "-P1DT1H1M1S"},
+                          {5, 5, "-PT"},
+                          {LLONG_MIN, LLONG_MAX, "P2147483647DT7H15S"},
+                          {k2500, 0, "-P193579DT"}};
     for (const auto &c : diffs) {
         duration d{9, 9, 9, 9, 9, 9, 9, 9};
         EXPECT_EQ(cal_time_calculateDurationBetweenTimes(&d, c.a, c.b), 0);
@@ -163,14 +221,20 @@ TEST(Durations, WriterAndDifference) {
 }
 
 TEST(Durations, AddByLocalCalendar) {
-    struct Case { const char *tz, *dur; time_t t; int status; time_t want; };
-    const Case cases[] = {
-        {UTC, "P1M", k2024 + 30 * 86400, 0, k2024 + 61 * 86400},  // 31 Jan + 1 month: 2 March
-        {UTC, "-P1W", k2024, 0, k2024 - 7 * 86400}, {UTC, "P1Y", k2100Jul, 0, k2100Jul + 365 * 86400},
-        {UTC, "P2147483647Y", k2024, 1, -5},
-        // mktime keeps the start's summer-time flag: a local day across a
-        // change still lasts 24 hours (clock 13:00 EDT, 11:30 +10:30).
-        {NY, "P1D", 1710003600, 0, 1710003600 + 86400}, {LH, "P1D", 1712365200, 0, 1712365200 + 86400}};
+    struct Case {
+        const char *tz, *dur;
+        time_t t;
+        int status;
+        time_t want;
+    };
+    const Case cases[] = {{UTC, "P1M", k2024 + 30 * 86400, 0, k2024 + 61 * 86400},  // 31 Jan + 1 month: 2 March
+                          {UTC, "-P1W", k2024, 0, k2024 - 7 * 86400},
+                          {UTC, "P1Y", k2100Jul, 0, k2100Jul + 365 * 86400},
+                          {UTC, "P2147483647Y", k2024, 1, -5},
+                          // mktime keeps the start's summer-time flag: a local day across a
+                          // change still lasts 24 hours (clock 13:00 EDT, 11:30 +10:30).
+                          {NY, "P1D", 1710003600, 0, 1710003600 + 86400},
+                          {LH, "P1D", 1712365200, 0, 1712365200 + 86400}};
     for (const auto &c : cases) {
         orvtest::ScopedEnv tz("TZ", c.tz);
         duration d{};
@@ -183,20 +247,30 @@ TEST(Durations, AddByLocalCalendar) {
 
 TEST(Durations, LogicalAdditionClampsMonthEnds) {
     orvtest::ScopedEnv tz("TZ", UTC);
-    struct Case { const char *dur, *iso; int status; const char *want; };
-    const Case cases[] = {
-        {"P1Y", "20240229T100000", 0, "20250228T100000"}, {"P1M", "20240131T100000", 0, "20240229T100000"},
-        {"PT25H", "20240101T000000", 0, "20240102T010000"}, {"P13M", "20240131T000000", 0, "20250228T000000"},
-        {"-P2M", "20240131T000000", 0, "20231130T000000"}, {"P1M", "21000131T000000", 0, "21000228T000000"},
-        {"P1Y", "25000101T000000Z", 0, "25010101T000000"},
-        {"P1W", "20240101", 0, "20240108T000000"}, {"junk", "20240101T120000", 0, "20240101T120000"},
-        {"P1D", "2024010", 2, ""}, {"P99999Y", "20240101T000000", 2, ""}, {"P8000Y", "20240101T000000", 2, ""}};
+    struct Case {
+        const char *dur, *iso;
+        int status;
+        const char *want;
+    };
+    const Case cases[] = {{"P1Y", "20240229T100000", 0, "20250228T100000"},
+                          {"P1M", "20240131T100000", 0, "20240229T100000"},
+                          {"PT25H", "20240101T000000", 0, "20240102T010000"},
+                          {"P13M", "20240131T000000", 0, "20250228T000000"},
+                          {"-P2M", "20240131T000000", 0, "20231130T000000"},
+                          {"P1M", "21000131T000000", 0, "21000228T000000"},
+                          {"P1Y", "25000101T000000Z", 0, "25010101T000000"},
+                          {"P1W", "20240101", 0, "20240108T000000"},
+                          {"junk", "20240101T120000", 0, "20240101T120000"},
+                          {"P1D", "2024010", 2, ""},
+                          {"P99999Y", "20240101T000000", 2, ""},
+                          {"P8000Y", "20240101T000000", 2, ""}};
     for (const auto &c : cases) {
         char out[CAL_TIME_DATE_SIZE] = "";
         char *outp = out;
         time_t t = -5;
         EXPECT_EQ(cal_addLogicalDurationToLocalISO(const_cast<char *>(c.dur), const_cast<char *>(c.iso), &t, &outp),
-                  c.status) << c.dur << " " << c.iso;
+                  c.status)
+            << c.dur << " " << c.iso;
         EXPECT_STREQ(out, c.want) << c.dur << " " << c.iso;
         if (c.status == 0) {
             EXPECT_EQ(fmt(cal_time_timet_to_gmtdate, t), c.want);
@@ -205,13 +279,26 @@ TEST(Durations, LogicalAdditionClampsMonthEnds) {
 }
 
 TEST(Periods, ParseAndValidity) {
-    struct Case { const char *s; int status; time_t start = 0, end = 0; const char *dur = ""; int valid = 0; time_t offset = 0; };
+    struct Case {
+        const char *s;
+        int status;
+        time_t start = 0, end = 0;
+        const char *dur = "";
+        int valid = 0;
+        time_t offset = 0;
+    };
     const time_t ten = k2024 + 36000, eleven = k2024 + 39600;
-    const Case cases[] = {
-        {"20240101T100000Z/20240101T110000Z", 0, ten, eleven, "", 1, 3600}, {"20240101T100000Z/PT1H", 0, ten, 0, "PT1H", 1, 3600},
-        {"20240101T100000Z/-PT1H", 0, ten, 0, "-PT1H", 0, -3600}, {"20240101T100000Z/20240101T100000Z", 0, ten, ten, "", 1, 0},
-        {"20240101T110000Z/20240101T100000Z", 0, eleven, ten, "", 0, -3600}, {"junk/PT1H", 0, 0, 0, "PT1H", 1, 3600},
-        {"20240101/PT1H", 2}, {"20240101T100000Z/20240102", 2}, {"20240101T100000Z/", 2}, {"20240101T100000Z", 1}, {nullptr, 1}};
+    const Case cases[] = {{"20240101T100000Z/20240101T110000Z", 0, ten, eleven, "", 1, 3600},
+                          {"20240101T100000Z/PT1H", 0, ten, 0, "PT1H", 1, 3600},
+                          {"20240101T100000Z/-PT1H", 0, ten, 0, "-PT1H", 0, -3600},
+                          {"20240101T100000Z/20240101T100000Z", 0, ten, ten, "", 1, 0},
+                          {"20240101T110000Z/20240101T100000Z", 0, eleven, ten, "", 0, -3600},
+                          {"junk/PT1H", 0, 0, 0, "PT1H", 1, 3600},
+                          {"20240101/PT1H", 2},
+                          {"20240101T100000Z/20240102", 2},
+                          {"20240101T100000Z/", 2},
+                          {"20240101T100000Z", 1},
+                          {nullptr, 1}};
     orvtest::ScopedEnv tz("TZ", UTC);
     for (const auto &c : cases) {
         period p{-9, -9, nullptr};

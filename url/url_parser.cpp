@@ -362,11 +362,11 @@ void URLSetProtocol(URL *url, unsigned int n) noexcept {
     url->dirty = 1;
 }
 
-#define ORV_URL_SETTER(fn, field)                        \
-    void fn(URL *url, const char *text) noexcept {       \
-        if (url == nullptr) return;                      \
-        assign_set(url->field, text);                    \
-        url->dirty = 1;                                  \
+#define ORV_URL_SETTER(fn, field)                  \
+    void fn(URL *url, const char *text) noexcept { \
+        if (url == nullptr) return;                \
+        assign_set(url->field, text);              \
+        url->dirty = 1;                            \
     }
 ORV_URL_SETTER(URLSetUser, user)
 ORV_URL_SETTER(URLSetPassword, password)

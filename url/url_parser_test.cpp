@@ -79,7 +79,11 @@ TEST(Url, SettersMarkDirtyAndRebuild) {
     URL *url = URLCreate("http://h/p");
     std::free(URLGetUrl(url));
     ASSERT_EQ(url->dirty, 0);
-    const struct { std::function<void(URL *)> change; int dirty; const char *rebuilt; } steps[] = {
+    const struct {
+        std::function<void(URL *)> change;
+        int dirty;
+        const char *rebuilt;
+    } steps[] = {
         {[](URL *u) { URLSetProtocol(u, 9), URLSetProtocol(u, 1), URLSetPort(u, 0); }, 0, "http://h/p"},
         {[](URL *u) { URLSetPort(u, 8080); }, 1, "http://h:8080/p"},
         {[](URL *u) { URLSetProtocol(u, 8); }, 1, "ftp://h:8080/p"},
@@ -88,8 +92,7 @@ TEST(Url, SettersMarkDirtyAndRebuild) {
         {[](URL *u) { URLSetPassword(u, nullptr); }, 1, "ftp://me@h:8080/p"},
         {[](URL *u) { URLSetHost(u, u->host); }, 1, "ftp://me@h:8080/p"},
         {[](URL *u) { URLSetCSID(u, "dir/f"), URLSetExtra(u, "top"); }, 1, "ftp://me@h:8080/dir/f#top"},
-        {[](URL *u) { URLSetParams(u, caldict_create_from_string("a=1", '&')); }, 1,
-         "ftp://me@h:8080/dir/f?a=1#top"},
+        {[](URL *u) { URLSetParams(u, caldict_create_from_string("a=1", '&')); }, 1, "ftp://me@h:8080/dir/f?a=1#top"},
         {[](URL *u) { URLSetParams(u, nullptr); }, 1, "ftp://me@h:8080/dir/f#top"},
     };
     for (const auto &s : steps) {
@@ -118,7 +121,9 @@ TEST(Url, CopyLeavesTextUserAndPasswordUnset) {
 }
 
 TEST(Url, PathPieces) {
-    const struct { const char *path, *dir, *getPath, *csidPath, *afterSetPath; } cases[] = {
+    const struct {
+        const char *path, *dir, *getPath, *csidPath, *afterSetPath;
+    } cases[] = {
         {"a/b/c.ics", "x/y", "a/b/", "a", "x/y/c.ics"},
         {"file.ics", "x/", "", "", "x/file.ics"},
         {"a/", "", "a/", "a", "/"},
@@ -138,10 +143,18 @@ TEST(Url, PathPieces) {
 }
 
 TEST(Url, LocalFiles) {
-    const struct { const char *text, *local; } cases[] = {
-        {"file:///C|/x", "C:/x"},       {"file://localhost/etc/x", "/etc/x"}, {"FILE://LOCALHOST/etc/x", "/etc/x"},
-        {"file:////srv/x", "//srv/x"},  {"capi://cal/x", "/cal/x"},           {"ftp://h/x", ""},
-        {"/var/x", "/var/x"},           {"file://", "/"},                     {"file:///", "/"},
+    const struct {
+        const char *text, *local;
+    } cases[] = {
+        {"file:///C|/x", "C:/x"},
+        {"file://localhost/etc/x", "/etc/x"},
+        {"FILE://LOCALHOST/etc/x", "/etc/x"},
+        {"file:////srv/x", "//srv/x"},
+        {"capi://cal/x", "/cal/x"},
+        {"ftp://h/x", ""},
+        {"/var/x", "/var/x"},
+        {"file://", "/"},
+        {"file:///", "/"},
     };
     for (const auto &c : cases) {
         URL *url = URLCreate(c.text);

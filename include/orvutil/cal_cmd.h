@@ -47,16 +47,16 @@
 #ifndef ORVUTIL_CAL_CMD_H
 #define ORVUTIL_CAL_CMD_H
 
-#include <time.h>
 #include <prio.h>
+#include <time.h>
 #include "orv_defs.h"
 
 ORV_BEGIN_DECLS
 
-#define CALCMD_TOKEN_CAPACITY 10240
-#define CALCMD_LINE_SIZE 10240
-#define CALCMD_MAX_SCRIPT_DEPTH 64
-#define CALCMD_BUILD_DATE "Feb  9 2005"
+#define CALCMD_TOKEN_CAPACITY      10240
+#define CALCMD_LINE_SIZE           10240
+#define CALCMD_MAX_SCRIPT_DEPTH    64
+#define CALCMD_BUILD_DATE          "Feb  9 2005"
 #define CALCMD_DEFAULT_DATE_FORMAT "%d-%b-%y %I:%M%p "
 
 /* The tool's own options: argv and argc of the command line and the index of
@@ -77,10 +77,10 @@ typedef void (*calcmd_script_fn)(const char *path);
 /* The tool context. Read it through the getters; the fields are public so
  * that a tool can inspect them, not to be written directly. */
 typedef struct calcmd_tool {
-    const char *program;            /* borrowed: prompt, usage line */
-    const char *usage;              /* borrowed: text after "[options]" */
-    char *buildDate;                /* owned copy of CALCMD_BUILD_DATE */
-    char **argv;                    /* owned copy, NULL-terminated */
+    const char *program; /* borrowed: prompt, usage line */
+    const char *usage;   /* borrowed: text after "[options]" */
+    char *buildDate;     /* owned copy of CALCMD_BUILD_DATE */
+    char **argv;         /* owned copy, NULL-terminated */
     int argc;
     calcmd_option_fn optionFn;
     calcmd_print_fn optionHelpFn;
@@ -90,8 +90,8 @@ typedef struct calcmd_tool {
     calcmd_backup_fn backupFn;
     calcmd_backup_fn restoreFn;
     calcmd_script_fn scriptFn;
-    char **cmdv;                    /* CALCMD_TOKEN_CAPACITY + 1 entries, NULL after the last token */
-    int cmdvCapacity;               /* CALCMD_TOKEN_CAPACITY */
+    char **cmdv;      /* CALCMD_TOKEN_CAPACITY + 1 entries, NULL after the last token */
+    int cmdvCapacity; /* CALCMD_TOKEN_CAPACITY */
     int cmdvCount;
     char *dateFormat;
     char *scriptPath;

@@ -10,7 +10,7 @@
 ORV_BEGIN_DECLS
 
 /* Status values (the 32-bit patterns 0x80070057 and 0x8007000E). */
-#define CAL_DOMAIN_E_INVALIDARG ((int)0x80070057u)
+#define CAL_DOMAIN_E_INVALIDARG  ((int)0x80070057u)
 #define CAL_DOMAIN_E_OUTOFMEMORY ((int)0x8007000Eu)
 
 /* Stores a malloc copy of the default domain in *out (free it with free()).

@@ -14,7 +14,7 @@ ORV_BEGIN_DECLS
 
 #define CAL_GUID_SIZE 16
 /* Buffer sizes the formatters need, terminator included. */
-#define CAL_GUID_STRING_SIZE 33
+#define CAL_GUID_STRING_SIZE    33
 #define CAL_GUID_STRING128_SIZE 65
 
 /* Fills guid[0..15]; returns 0. Safe on several threads. */

@@ -33,7 +33,7 @@ ORV_BEGIN_DECLS
  * ------------------------------------------------------------------- */
 
 /* The bit patterns 0x80070057 and 0x8007000E as int. */
-#define CAL_PARSEUTIL_E_INVALIDARG (-0x7FF8FFA9)
+#define CAL_PARSEUTIL_E_INVALIDARG  (-0x7FF8FFA9)
 #define CAL_PARSEUTIL_E_OUTOFMEMORY (-0x7FF8FFF2)
 
 ORV_API int cal_parseutil_isNotAllowableGroupIDChar(char c) ORV_NOEXCEPT;
@@ -64,8 +64,8 @@ ORV_API int cal_parseutil_get_suffix_from_calid(const char *calid, char **suffix
  * set to 0 and never to anything else. When the built calid is invalid the
  * status is CAL_PARSEUTIL_E_INVALIDARG and the string stays in *calid for
  * the caller to free. */
-ORV_API int cal_parseutil_create_calid(const char *uid, const char *domain, const char *suffix,
-                                       char **calid, int *flag) ORV_NOEXCEPT;
+ORV_API int cal_parseutil_create_calid(const char *uid, const char *domain, const char *suffix, char **calid,
+                                       int *flag) ORV_NOEXCEPT;
 
 /* ---------------------------------------------------------------------
  * iCalendar and XML output escaping into a protstream.

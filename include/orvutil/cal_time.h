@@ -30,10 +30,10 @@ ORV_BEGIN_DECLS
  * --------------------------------------------------------------------- */
 
 /* Buffer sizes, terminator included. */
-#define CAL_TIME_DATE_SIZE 16      /* "YYYYMMDDTHHMMSS" */
-#define CAL_TIME_DATEZ_SIZE 17     /* "YYYYMMDDTHHMMSSZ" */
-#define CAL_TIME_ALLDAY_SIZE 9     /* "YYYYMMDD" */
-#define CAL_TIME_TZOFFSET_SIZE 12  /* any int minutes: "-3579139408" */
+#define CAL_TIME_DATE_SIZE     16 /* "YYYYMMDDTHHMMSS" */
+#define CAL_TIME_DATEZ_SIZE    17 /* "YYYYMMDDTHHMMSSZ" */
+#define CAL_TIME_ALLDAY_SIZE   9  /* "YYYYMMDD" */
+#define CAL_TIME_TZOFFSET_SIZE 12 /* any int minutes: "-3579139408" */
 
 /* Month lengths indexed by month - 1, common and leap years. */
 ORV_API extern const int cal_time_DAYS_IN_MONTH[12];

@@ -11,7 +11,7 @@
 ORV_BEGIN_DECLS
 
 #define ORV_PRODUCT_NAME "Orvane"
-#define ORV_RELEASE "2005Q1"
+#define ORV_RELEASE      "2005Q1"
 
 /* Formats the banner into a static 255-byte buffer, rewritten by every
  * call, and returns it. Not safe against a concurrent call. */

@@ -31,7 +31,7 @@
 
 ORV_BEGIN_DECLS
 
-#define DLL_SLOWLY_FREED 999
+#define DLL_SLOWLY_FREED    999
 #define DLL_ALREADY_PRESENT 1012
 
 typedef void (*DLL_FreeProc)(void *object);

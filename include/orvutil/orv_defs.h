@@ -15,9 +15,9 @@
 
 /* Exported functions never let a C++ exception escape. */
 #ifdef __cplusplus
-#define ORV_NOEXCEPT noexcept
+#define ORV_NOEXCEPT    noexcept
 #define ORV_BEGIN_DECLS extern "C" {
-#define ORV_END_DECLS }
+#define ORV_END_DECLS   }
 #else
 #define ORV_NOEXCEPT
 #define ORV_BEGIN_DECLS

@@ -16,8 +16,8 @@
 ORV_BEGIN_DECLS
 
 typedef struct util_MD5_CTX {
-    uint32_t count[2];       /* number of bits, modulo 2^64 (low word first) */
-    uint32_t state[4];       /* A, B, C, D */
+    uint32_t count[2];        /* number of bits, modulo 2^64 (low word first) */
+    uint32_t state[4];        /* A, B, C, D */
     unsigned char buffer[64]; /* input block being filled */
     unsigned char digest[16]; /* result of util_MD5Final */
 } util_MD5_CTX;

@@ -10,7 +10,7 @@ namespace orvtest {
 // A fresh directory under $TMPDIR (or /tmp), removed with its contents on
 // destruction.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir &) = delete;
@@ -19,20 +19,20 @@ public:
     // path() + "/" + name
     std::string file(const std::string &name) const;
 
-private:
+  private:
     std::string path_;
 };
 
 // Sets (or with nullptr unsets) an environment variable for the scope and
 // restores the old value after. For TZ it also calls tzset().
 class ScopedEnv {
-public:
+  public:
     ScopedEnv(const char *name, const char *value);
     ~ScopedEnv();
     ScopedEnv(const ScopedEnv &) = delete;
     ScopedEnv &operator=(const ScopedEnv &) = delete;
 
-private:
+  private:
     std::string name_;
     std::string old_;
     bool had_old_;
@@ -47,7 +47,7 @@ struct LogRecord {
 
 // Captures every zolog record (whatever the level threshold) while alive.
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture &) = delete;
@@ -57,7 +57,7 @@ public:
     bool contains(int level, const std::string &text) const;
     void clear();
 
-private:
+  private:
     static void hook(void *arg, int handle, int level, const char *message);
     mutable std::mutex mutex_;
     std::vector<LogRecord> records_;

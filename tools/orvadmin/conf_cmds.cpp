@@ -41,8 +41,10 @@ int cmd_conf(int argc, char **argv) {
         r = list(h);
     } else if (op == "get") {
         const char *value = calconf_Get(h, argv[3]);
-        if (value) out("%s = %s\n", argv[3], value);
-        else r = fail("conf", "%s is not set in %s", argv[3], file);
+        if (value)
+            out("%s = %s\n", argv[3], value);
+        else
+            r = fail("conf", "%s is not set in %s", argv[3], file);
     } else if (op == "set" || op == "del") {
         int edit = op == "set" ? calconf_Modify(h, argv[3], argv[4]) : calconf_Delete(h, argv[3], 2);
         if (edit == 1) {

@@ -6,9 +6,9 @@
 // when the command line is wrong. "-?" and "-#" alone end with 0.
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdarg>
 #include <cstdio>
-#include <clocale>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -139,16 +139,16 @@ void run_piped() {
 }
 
 bool asks_for_help(int argc, char **argv) {
-    return argc == 2 && (std::strcmp(argv[1], "-?") == 0 || std::strcmp(argv[1], "?") == 0 ||
-                         std::strcmp(argv[1], "-#") == 0);
+    return argc == 2 &&
+           (std::strcmp(argv[1], "-?") == 0 || std::strcmp(argv[1], "?") == 0 || std::strcmp(argv[1], "-#") == 0);
 }
 
 int run(int argc, char **argv) {
     // Typed lines are converted from the terminal's character set.
     std::setlocale(LC_CTYPE, "");
     if (!apply_config_option(argc, argv)) return 64;
-    if (calcmd_Init(&the_tool, "orvadmin", "", argc, argv, 0, 0, option, option_help, command, command_help,
-                    nullptr, nullptr) != 0) {
+    if (calcmd_Init(&the_tool, "orvadmin", "", argc, argv, 0, 0, option, option_help, command, command_help, nullptr,
+                    nullptr) != 0) {
         std::fprintf(stderr, "orvadmin: out of memory\n");
         return 70;
     }

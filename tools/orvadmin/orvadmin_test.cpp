@@ -126,8 +126,8 @@ TEST(Orvadmin, Scripts) {
     Result r = admin({"-I", dir.file("outer.orv")});
     EXPECT_EQ(0, r.status) << r.err;
     std::string expected = dashes + "\nImporting commands from: outer.orv\n" + dashes + "\nin> import " +
-                           dir.file("inner.orv") + "\n" + dashes + "\nImporting commands from: inner.orv\n" +
-                           dashes + "\nin> md5 abc\nmd5 = 900150983cd24fb0d6963f7d28e17f72\nin> quit\n\n\n" +
+                           dir.file("inner.orv") + "\n" + dashes + "\nImporting commands from: inner.orv\n" + dashes +
+                           "\nin> md5 abc\nmd5 = 900150983cd24fb0d6963f7d28e17f72\nin> quit\n\n\n" +
                            "in> host after\nin> info\nhost = after\n";
     EXPECT_EQ(0u, r.out.find(expected)) << r.out;
     EXPECT_FALSE(has(r.out, "version ="));
@@ -164,8 +164,9 @@ TEST(Orvadmin, CommandsOnTheFamilies) {
         const char *out;
     };
     const Case cases[] = {
-        {"when 20050209T101500", 0, "kind = date-time\nutc = 1107944100 20050209T101500Z\n"
-                                    "local = 1107962100 20050209T101500\n"},
+        {"when 20050209T101500", 0,
+         "kind = date-time\nutc = 1107944100 20050209T101500Z\n"
+         "local = 1107962100 20050209T101500\n"},
         {"when 20050209", 0, "kind = date\nutc = 1107907200 20050209\nlocal = 1107925200 20050209\n"},
         {"when 20050230", 1, ""},
         {"dur +P0Y2M", 0, "duration = P2MT\n"},
@@ -176,7 +177,8 @@ TEST(Orvadmin, CommandsOnTheFamilies) {
         {"period 20050210T101500Z/20050209T101500Z", 1,
          "start = 1108030500 20050210T101500Z\nend = 1107944100 20050209T101500Z\nvalid = no\n"},
         {"period x", 1, ""},
-        {"calid jdoe@example.com:home", 0, "valid = yes\nuid = jdoe@example.com\ndomain = example.com:\nsuffix = home\n"},
+        {"calid jdoe@example.com:home", 0,
+         "valid = yes\nuid = jdoe@example.com\ndomain = example.com:\nsuffix = home\n"},
         {"calid \"j doe\"", 1, "valid = no\nuid = j doe\ndomain = \nsuffix = \n"},
         {"encode url a b&c/d", 0, "encoded = a+b%26c%2Fd\n"},
         {"encode html \"<b>&\"", 0, "encoded = &lt;b&gt;&amp;\n"},
@@ -201,10 +203,11 @@ TEST(Orvadmin, CommandsOnTheFamilies) {
 TEST(Orvadmin, UrlAndQueryCommands) {
     Result r = admin({}, "url \"http://me:pw@cal.example:8080/home/x?a=1&b=two\"\nquery a=1&b=2&a=3\n");
     EXPECT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("protocol = http\nuser = me\npassword = pw\nhost = cal.example\nport = 8080\npath = home/x\n"
-              "fragment = \nparam a = 1\nparam b = two\nurl = http://me:pw@cal.example:8080/home/x?a=1&b=two\n"
-              "count = 2\nparam a = 3\nparam b = 2\nquery = a=3&b=2\n",
-              r.out);
+    EXPECT_EQ(
+        "protocol = http\nuser = me\npassword = pw\nhost = cal.example\nport = 8080\npath = home/x\n"
+        "fragment = \nparam a = 1\nparam b = two\nurl = http://me:pw@cal.example:8080/home/x?a=1&b=two\n"
+        "count = 2\nparam a = 3\nparam b = 2\nquery = a=3&b=2\n",
+        r.out);
 }
 
 TEST(Orvadmin, ConfCommands) {

@@ -10,8 +10,10 @@ long long ll(time_t t) { return static_cast<long long>(t); }
 // "NAME = INSTANT TEXT" with the instant written in UTC ('Z') or local form.
 void print_instant(const char *name, time_t t, bool utc, bool dateOnly) {
     char text[CAL_TIME_DATEZ_SIZE] = "";
-    if (dateOnly) utc ? cal_time_timet_to_datezAllDay(t, text) : cal_time_timet_to_dateAllDay(t, text);
-    else utc ? cal_time_timet_to_datez(t, text) : cal_time_timet_to_date(t, text);
+    if (dateOnly)
+        utc ? cal_time_timet_to_datezAllDay(t, text) : cal_time_timet_to_dateAllDay(t, text);
+    else
+        utc ? cal_time_timet_to_datez(t, text) : cal_time_timet_to_date(t, text);
     out("%s = %lld %s\n", name, ll(t), text);
 }
 

@@ -90,7 +90,8 @@ ORV_API int config_fetch(config_cache *cache) ORV_NOEXCEPT;
 /* Adds one entry (name and nvalues >= 1 values, all copied) after the
  * others. Read drivers call it from their fetch slot; outside a fetch it adds
  * to the cache's current entries. 0, or -1 for bad arguments or no memory. */
-ORV_API int config_add_entry(config_cache *cache, const char *name, const char *const *values, int nvalues) ORV_NOEXCEPT;
+ORV_API int config_add_entry(config_cache *cache, const char *name, const char *const *values,
+                             int nvalues) ORV_NOEXCEPT;
 /* Calls proc for every entry in order. flags is reserved (pass 0).
  * Returns 0, or the first non-zero result of proc, or -1 for a NULL cache. */
 ORV_API int config_scan_config(config_cache *cache, config_scanproc proc, int flags, void *arg) ORV_NOEXCEPT;

@@ -38,16 +38,16 @@ ORV_BEGIN_DECLS
 #define PROT_BUFSIZE 4096
 
 struct protstream {
-    unsigned char *buf;   /* buffer start */
-    unsigned char *ptr;   /* next free byte of the buffer */
-    int cnt;              /* free bytes left behind ptr */
-    int error;            /* set by a failed write; bytes are dropped */
-    int eof;              /* end of stream; bytes are dropped */
-    int fd;               /* the descriptor, or -1 for a memory stream */
-    int write;            /* 1: output stream (the only kind built today) */
-    int bufsize;          /* capacity of buf */
-    void *sink;           /* memory sink, NULL for a descriptor stream */
-    void *tls;            /* reserved for a TLS layer; NULL */
+    unsigned char *buf; /* buffer start */
+    unsigned char *ptr; /* next free byte of the buffer */
+    int cnt;            /* free bytes left behind ptr */
+    int error;          /* set by a failed write; bytes are dropped */
+    int eof;            /* end of stream; bytes are dropped */
+    int fd;             /* the descriptor, or -1 for a memory stream */
+    int write;          /* 1: output stream (the only kind built today) */
+    int bufsize;        /* capacity of buf */
+    void *sink;         /* memory sink, NULL for a descriptor stream */
+    void *tls;          /* reserved for a TLS layer; NULL */
 };
 
 /* A new output stream over fd with a PROT_BUFSIZE buffer, or NULL when

@@ -1,10 +1,10 @@
 // File helpers shared inside the libraries.
 #pragma once
 
-#include <cstddef>
-#include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <cstddef>
+#include <string>
 
 namespace orv {
 
