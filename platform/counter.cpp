@@ -179,6 +179,7 @@ int make_instance(const Mapping &m, int slot, counterinstance **inst) {
 int attach_or_create(countermsg_registry *r, const char *name, int flags, int mode, int slots,
                      const std::vector<Desc> &descs, Mapping *m) {
     const std::string path = object_path(r, name);
+    remove_dead_temporaries(r->dir, name);
     uint64_t floor = 0;
     for (int attempt = 0; attempt < 3; ++attempt) {
         Mapping old;

@@ -1,5 +1,6 @@
 // Counter object files: layout, checks on mapping, crash-safe creation, and
 // the liveness of slot owners.
+#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -9,6 +10,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 
 #include "counter_file.hpp"
@@ -155,6 +157,22 @@ int create_file(const std::string &dir, const std::string &path, const std::stri
     n.row_stride = l.row_stride;
     *m = n;
     return 0;
+}
+
+void remove_dead_temporaries(const std::string &dir, const std::string &object) {
+    DIR *d = ::opendir(dir.c_str());
+    if (!d) return;
+    const std::string prefix = "." + object + ".cnt.";
+    while (const dirent *e = ::readdir(d)) {
+        if (std::strncmp(e->d_name, prefix.c_str(), prefix.size()) != 0) continue;
+        const char *digits = e->d_name + prefix.size();
+        char *end = nullptr;
+        long pid = std::strtol(digits, &end, 10);
+        if (*digits && !*end && pid > 0 && pid <= INT32_MAX && ::kill(static_cast<pid_t>(pid), 0) != 0 &&
+            errno == ESRCH)
+            ::unlinkat(::dirfd(d), e->d_name, 0);
+    }
+    ::closedir(d);
 }
 
 uint64_t process_start(pid_t pid) {

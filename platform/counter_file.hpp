@@ -109,6 +109,10 @@ int create_file(const std::string &dir, const std::string &path, const std::stri
                 const std::vector<Desc> &descs, uint32_t nslots, int mode, bool replace, uint64_t generation_floor,
                 Mapping *m, bool *exists);
 
+// Removes the temporary files ".<object>.cnt.<pid>" that creators killed
+// before their rename left in dir.
+void remove_dead_temporaries(const std::string &dir, const std::string &object);
+
 // The kernel's start time of a process (clock ticks after boot), 0 when
 // it does not exist.
 uint64_t process_start(pid_t pid);
