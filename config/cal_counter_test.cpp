@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "orvtest.hpp"
@@ -16,7 +17,11 @@ TEST(CalCounter, CreatesOpensDeletesAndLogs) {
     orvtest::TempDir dir;
     orvtest::write_file(dir.file("orv.conf"), "local.instancedir = " + dir.path() + "\n");
     mkdir(dir.file("config").c_str(), 0755);
-    orvtest::write_file(dir.file("config/counter.conf"), "http.requests = count Requests\nhttp.open = gauge\n");
+    // The shipped example serves as the instance's configuration.
+    const char *src = std::getenv("ORV_SOURCE_DIR");
+    ASSERT_NE(nullptr, src);
+    orvtest::write_file(dir.file("config/counter.conf"),
+                        orvtest::read_file(std::string(src) + "/examples/counter.conf"));
     config_setdefaultfile(dir.file("orv.conf").c_str());
     orvtest::LogCapture log;
 

@@ -31,11 +31,6 @@ struct counterobject {
     Mapping map;
 };
 
-struct counterinstance {
-    uint64_t *row;
-    uint64_t ncounters;
-};
-
 namespace {
 
 constexpr std::string_view kSuffix = ".cnt";
@@ -424,18 +419,15 @@ int counterinstance_delete(counterobject *obj, const char *name) noexcept {
 }
 
 void counterinstance_add(counterinstance *inst, counterhandle counter, int64_t amount) noexcept {
-    if (!inst || counter - 1 >= inst->ncounters) return;
-    atomic(inst->row[counter - 1]).fetch_add(static_cast<uint64_t>(amount), std::memory_order_relaxed);
+    counter_add(inst, counter, amount);
 }
 
 void counterinstance_set(counterinstance *inst, counterhandle counter, uint64_t value) noexcept {
-    if (!inst || counter - 1 >= inst->ncounters) return;
-    atomic(inst->row[counter - 1]).store(value, std::memory_order_relaxed);
+    counter_set(inst, counter, value);
 }
 
 uint64_t counterinstance_get(const counterinstance *inst, counterhandle counter) noexcept {
-    if (!inst || counter - 1 >= inst->ncounters) return 0;
-    return atomic(inst->row[counter - 1]).load(std::memory_order_relaxed);
+    return counter_get(inst, counter);
 }
 
 }  // extern "C"

@@ -18,7 +18,7 @@
  *
  * Like the rest of the process-wide state, the lists are set up by one
  * thread; the counters themselves are then used from any thread through the
- * facility's hot path (counterinstance_add and friends).
+ * facility's hot path (counter_add and friends).
  */
 #ifndef ORVUTIL_CAL_COUNTER_H
 #define ORVUTIL_CAL_COUNTER_H

@@ -43,10 +43,12 @@
  * claimed. Closing an instance handle keeps the slot and its values for
  * readers; counterinstance_delete frees the slot.
  *
- * Hot path. counterinstance_add / _set / _get are single atomic operations
- * on the mapped memory through a counter handle resolved once with
- * counterobject_getcounterinfo: no lock, no system call, no allocation. They
- * may run on any number of threads and processes at once.
+ * Hot path. counter_add / counter_set / counter_get are single atomic
+ * operations on the mapped memory through a counter handle resolved once with
+ * counterobject_getcounterinfo: no lock, no system call, no allocation, not
+ * even a call (they are inline; counterinstance_add / _set / _get are the
+ * same as exported functions). They may run on any number of threads and
+ * processes at once.
  *
  * Threads: the hot path and the readers' snapshot are safe everywhere; the
  * other calls on one handle are made by one thread at a time. Instance
@@ -175,11 +177,35 @@ ORV_API void counterinstance_close(counterinstance *inst) ORV_NOEXCEPT;
  * already made stay usable; readers see the object gone). 0 or a status. */
 ORV_API int counterinstance_delete(counterobject *obj, const char *name) ORV_NOEXCEPT;
 
-/* The hot path. An unknown handle does nothing (get answers 0). add takes
- * a signed amount: gauges go down with negative ones. */
+/* The hot path, as exported functions. An unknown handle does nothing (get
+ * answers 0). add takes a signed amount: gauges go down with negative ones. */
 ORV_API void counterinstance_add(counterinstance *inst, counterhandle counter, int64_t amount) ORV_NOEXCEPT;
 ORV_API void counterinstance_set(counterinstance *inst, counterhandle counter, uint64_t value) ORV_NOEXCEPT;
 ORV_API uint64_t counterinstance_get(const counterinstance *inst, counterhandle counter) ORV_NOEXCEPT;
+
+/* An instance handle is public so that the hot path can be inline: a call
+ * into the library would cost about as much as the atomic add itself. */
+struct counterinstance {
+    uint64_t *row;      /* the instance's values in the mapping */
+    uint64_t ncounters; /* valid counter handles are 1..ncounters */
+};
+
+#if defined(__GNUC__)
+static inline void counter_add(counterinstance *inst, counterhandle counter, int64_t amount) {
+    if (inst && counter - 1 < inst->ncounters)
+        __atomic_fetch_add(&inst->row[counter - 1], (uint64_t)amount, __ATOMIC_RELAXED);
+}
+static inline void counter_set(counterinstance *inst, counterhandle counter, uint64_t value) {
+    if (inst && counter - 1 < inst->ncounters) __atomic_store_n(&inst->row[counter - 1], value, __ATOMIC_RELAXED);
+}
+static inline uint64_t counter_get(const counterinstance *inst, counterhandle counter) {
+    return inst && counter - 1 < inst->ncounters ? __atomic_load_n(&inst->row[counter - 1], __ATOMIC_RELAXED) : 0;
+}
+#else
+#define counter_add counterinstance_add
+#define counter_set counterinstance_set
+#define counter_get counterinstance_get
+#endif
 
 ORV_END_DECLS
 
