@@ -39,9 +39,10 @@ class Watch {
     ~Watch() {
         for (auto &[name, obj] : open_) counterobject_close(obj);
     }
-    // Every object (or only the one called only), sorted by name. false
-    // when the registry cannot be read.
-    bool read(const char *only, std::vector<Reading> *out, std::string *error);
+    // Every object (or only the one called only), sorted by name. The
+    // objects that cannot be read (a damaged file, or only missing) are
+    // named in *error, which stays empty when all went well.
+    void read(const char *only, std::vector<Reading> *out, std::string *error);
 
   private:
     std::map<std::string, counterobject *> open_;
@@ -76,18 +77,19 @@ Reading snapshot(counterobject *obj) {
     return r;
 }
 
-bool Watch::read(const char *only, std::vector<Reading> *out, std::string *error) {
+void Watch::read(const char *only, std::vector<Reading> *out, std::string *error) {
+    out->clear();
+    error->clear();
     countermsg_registry *reg = countermsg_get_registry(nullptr, 0);
     if (!reg) {
         *error = "no counter registry";
-        return false;
+        return;
     }
     std::set<std::string> names;
     if (only)
         names.insert(only);
     else if (countermsg_list_objects(reg, add_name, &names) != 0)
         names.clear();
-    out->clear();
     for (const std::string &name : names) {
         counterobject *&obj = open_[name];
         if (obj && counterobject_changed(obj)) {
@@ -97,11 +99,10 @@ bool Watch::read(const char *only, std::vector<Reading> *out, std::string *error
         int status = obj ? 0 : counterobject_open(reg, name.c_str(), &obj);
         if (status == 0)
             out->push_back(snapshot(obj));
-        else if (only)
-            *error = name + ": " + counter_strerror(status);
+        else if (only || status != COUNTER_ENOTFOUND)  // a file removed since the listing is no news
+            *error += (error->empty() ? "" : "; ") + name + ": " + counter_strerror(status);
     }
     countermsg_free_registry(reg);
-    return error->empty();
 }
 
 // Value as text: gauges are signed.
@@ -228,19 +229,20 @@ int cmd_counters(int argc, char **argv) {
     std::vector<Reading> readings;
     std::string error;
     if (prometheus) {
-        if (!watch.read(nullptr, &readings, &error)) return fail(argv[0], "%s", error.c_str());
+        // What can be read is written even when some object cannot.
+        watch.read(nullptr, &readings, &error);
         std::string text = exposition(readings);
         if (!object) {
             out("%s", text.c_str());
         } else if (!write_atomically(object, text)) {
             return fail(argv[0], "cannot write %s", object);
         }
-        return 0;
+        return error.empty() ? 0 : fail(argv[0], "%s", error.c_str());
     }
     if (!seconds) {
-        if (!watch.read(object, &readings, &error)) return fail(argv[0], "%s", error.c_str());
+        watch.read(object, &readings, &error);
         print(readings, nullptr, 0);
-        return 0;
+        return error.empty() ? 0 : fail(argv[0], "%s", error.c_str());
     }
     // Refreshed until interrupted, or count times. A missing registry or
     // object (a server between two lives) is reported and waited for.
@@ -250,14 +252,11 @@ int cmd_counters(int argc, char **argv) {
     for (long n = 1; count == 0 || n <= count; ++n) {
         if (n > 1) sleep_seconds(static_cast<unsigned>(seconds));
         auto now = std::chrono::steady_clock::now();
-        error.clear();
-        bool ok = watch.read(object, &readings, &error);
+        watch.read(object, &readings, &error);
         if (tty) out("\033[H\033[2J");
         out("--- refresh %ld, every %ld s\n", n, seconds);
-        if (ok)
-            print(readings, &earlier, std::chrono::duration<double>(now - last).count());
-        else
-            out("(%s)\n", error.c_str());
+        print(readings, &earlier, std::chrono::duration<double>(now - last).count());
+        if (!error.empty()) out("(%s)\n", error.c_str());
         last = now;
     }
     return 0;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -263,13 +264,16 @@ TEST(Orvadmin, CountersPrintWatchAndExport) {
     counterinstance_add(worker, 1, 2);
     counterinstance_add(global, 2, -2);
 
+    // A damaged file is named; the others are still shown.
+    orvtest::write_file(dir.file("counter/bad.cnt"), "junk");
     Result r = admin({"-c", conf}, "counters\ncounters nothere\n");
     EXPECT_EQ(1, r.status);
     EXPECT_EQ(
         "web[global].requests = 5\nweb[global].open-conns = -2\n"
         "web[worker \"1\"].requests = 2\nweb[worker \"1\"].open-conns = 0\n",
         r.out);
-    EXPECT_EQ("counters: nothere: not found\n", r.err);
+    EXPECT_EQ("counters: bad: not a counter file of this layout version\ncounters: nothere: not found\n", r.err);
+    std::remove(dir.file("counter/bad.cnt").c_str());
 
     r = admin({"-c", conf}, "counters --prometheus " + prom + "\n");
     EXPECT_EQ(0, r.status) << r.err;

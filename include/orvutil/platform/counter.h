@@ -116,9 +116,9 @@ ORV_API config_cache *countermsg_open_config(const char *path) ORV_NOEXCEPT;
 
 /* Creates or attaches to the file of object name in the registry, with the
  * counters config declares for it, and optionally opens an instance.
- * - flags: 0 attaches to an existing file whose counters (names and kinds,
- *   in order) are those configured, keeping its values, and re-creates it
- *   otherwise; COUNTER_CREATE_FRESH always re-creates it.
+ * - flags: 0 attaches to an existing file whose counters (names, kinds and
+ *   help texts, in order) are those configured, keeping its values, and
+ *   re-creates it otherwise; COUNTER_CREATE_FRESH always re-creates it.
  * - mode: permission bits of a new file (0 gives 0644).
  * - instance, slots: with instance non-NULL, that instance is opened too
  *   (as counterinstance_open) and handed back in *inst. slots is the number
