@@ -39,6 +39,8 @@ const Command commands[] = {
     {"version", 0, "version", "product and version banner", cmd_version},
     {"setting", 1, "setting name", "a value of the configuration file", cmd_setting},
     {"conf", 2, "conf list|get|set|del file ...", "list, read, set or delete entries of a file", cmd_conf},
+    {"counters", 0, "counters [-w secs [-n count]] [object]", "live counters; --prometheus [file] for scrapers",
+     cmd_counters},
 };
 
 calcmd_tool *the_tool = nullptr;

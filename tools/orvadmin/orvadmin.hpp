@@ -47,4 +47,7 @@ int cmd_query(int argc, char **argv);
 // Configuration files (conf_cmds.cpp).
 int cmd_conf(int argc, char **argv);
 
+// Live counters of the instance's registry (counter_cmds.cpp).
+int cmd_counters(int argc, char **argv);
+
 }  // namespace orvadmin
