@@ -215,15 +215,15 @@ int gather(calhttp_conn *c) {
     return c->pending;
 }
 
-// Waits for data within the module time-out and receives it into the free
-// part of the buffer: the byte count, 0 or less at the peer's close or an
+// Receives into the free part of the buffer, waiting for data within the
+// module time-out when none is there yet (a large response is mostly read
+// without a poll): the byte count, 0 or less at the peer's close or an
 // error, kTimedOut when nothing came.
 int receive(calhttp_conn *c, int held) {
     for (;;) {
+        PRInt32 n = PR_Recv(c->sock, c->buffer + held, kBuf - held, 0, PR_INTERVAL_NO_WAIT);
+        if (n >= 0 || PR_GetError() != PR_WOULD_BLOCK_ERROR) return n < 0 ? 0 : n;
         if (!ready(c->sock, PR_POLL_READ, calhttp_timeout)) return kTimedOut;
-        PRInt32 n = PR_Recv(c->sock, c->buffer + held, kBuf - held, 0, ticks(calhttp_timeout));
-        if (n < 0 && PR_GetError() == PR_WOULD_BLOCK_ERROR) continue;
-        return n < 0 ? 0 : n;
     }
 }
 
