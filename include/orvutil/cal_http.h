@@ -16,7 +16,9 @@
  * Opening: a refused connection is tried again every 5 seconds until the
  * time-out has passed (about 24 attempts with the default 120 seconds); a
  * connect that is refused after being in progress waits the full time-out
- * once and starts over; a second such refusal ends the open with -4. With
+ * once and starts over; a second such refusal ends the open with -4 (on
+ * loopback the system reports refusals only after the connect was in
+ * progress, so that second path is the one taken there). With
  * show-wait exactly 1, "." goes to standard output before each attempt,
  * after a refusal, after each 5-second pause, before the poll of a connect in
  * progress and after the long wait, and "\n" at the end.
@@ -44,7 +46,9 @@
  *   interface expect; an out buffer of at least 1025 bytes always takes the
  *   whole block, and a later read never goes beyond the record.
  * - Every failed open frees the record it allocated; NULL arguments give -1
- *   (-2 for a NULL host name in calhttp_Open).
+ *   (-2 for a NULL host name in calhttp_Open); a port above 65535 gives -3.
+ * - Reads try the socket before polling it, so a response that is already
+ *   waiting costs no poll; the bound on every wait is unchanged.
  * Connections are not locked: one thread uses a connection at a time. Set
  * the two module settings before connections are opened.
  */
