@@ -41,6 +41,9 @@
  *   held delivers those bytes (at most size - 1 of them) with result 0, and
  *   the next read returns -1. A line or block read that meets the close with
  *   nothing held returns -1 at once.
+ * - A line read moves the read pointer past the bytes it delivered, also
+ *   when they are a piece of a full buffer without a LF, so the next piece
+ *   continues the line where this one stopped.
  * - A block read places the read pointer at the buffer's start plus the
  *   bytes still pending (not past the bytes copied), as callers of this
  *   interface expect; an out buffer of at least 1025 bytes always takes the
