@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "orvnginx.hpp"
 #include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/platform/counter.h"
@@ -328,6 +331,43 @@ TEST(Orvadmin, CountersPrintWatchAndExport) {
     counterobject_close(web);
     countermsg_free_registry(reg);
     config_freecache(cc);
+}
+
+TEST(Orvadmin, HttpCommands) {
+    orvtest::Nginx web;
+    ASSERT_TRUE(web.started());
+    orvtest::write_file(web.root() + "/small.txt", "hello\n");
+    // A peer that accepts (in the kernel's backlog) and never answers.
+    int mute = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t len = sizeof a;
+    bind(mute, reinterpret_cast<sockaddr *>(&a), len);
+    listen(mute, 4);
+    getsockname(mute, reinterpret_cast<sockaddr *>(&a), &len);
+    const std::string port = std::to_string(web.port()), silent = std::to_string(ntohs(a.sin_port));
+    const std::string url = "http://127.0.0.1:" + port;
+    const struct {
+        std::string input;
+        int status;
+        std::string out, err;
+    } cases[] = {
+        {"get " + url + "/small.txt", 0, "HTTP/1.1 200 OK\r\n", ""},
+        {"get " + url + "/echo?q=1&r=2", 0, "\r\n\r\nargs=q=1&r=2 a= b=\n", ""},
+        {"tcp localhost " + port + " \"GET /small.txt HTTP/1.0\\n\"", 0, "\r\n\r\nhello\n", ""},
+        {"get ftp://127.0.0.1/", 1, "", "get: not an http URL with a host: ftp://127.0.0.1/"},
+        {"get -t 1 http://127.0.0.1:" + std::to_string(orvtest::free_port()), 3, "", "connection failed"},
+        {"get " + url + "/" + std::string(1100, 'p'), 4, "", "get: cannot send the request"},
+        {"get -t 1 http://127.0.0.1:" + silent + "/", 5, "", "get: no complete response within 1 seconds"},
+        {"tcp -t 1 127.0.0.1 " + silent + " hello", 5, "", "tcp: no reply within 1 seconds"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.input);
+        Result r = admin({}, c.input + "\n");
+        EXPECT_EQ(c.status, r.status);
+        EXPECT_TRUE(has(r.out, c.out)) << r.out;
+        EXPECT_TRUE(has(r.err, c.err)) << r.err;
+    }
+    close(mute);
 }
 
 TEST(Orvadmin, TourRunsClean) {
