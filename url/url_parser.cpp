@@ -436,7 +436,11 @@ char *ToLocalFile(URL *url) noexcept {
         return out;
     }
     try {
-        return dup_view("/" + std::string(s));
+        // Appending rather than "/" + string: GCC 12 at -O3 warns (falsely)
+        // about an overlapping copy in the inserting operator+.
+        std::string path(1, '/');
+        path.append(s);
+        return dup_view(path);
     } catch (const std::bad_alloc &) {
         return nullptr;
     }

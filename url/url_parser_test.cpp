@@ -172,9 +172,9 @@ TEST(Url, ResourcesResolveAgainstTheCurrentDirectory) {
     const std::string local = take(ToLocalFile(url));
     const std::string printed = testing::internal::GetCapturedStdout();
     // The absolute directory behind "file:///" leaves a doubled slash.
-    EXPECT_EQ(local, "/" + std::string(cwd) + "/data/f.txt");
+    EXPECT_EQ(local, std::string("/") + cwd + "/data/f.txt");
     EXPECT_NE(printed.find("RESOURCE name " + std::string(cwd) + "\n"), std::string::npos) << printed;
-    EXPECT_NE(printed.find("[" + std::string(cwd) + "\n] " + std::to_string(strlen(cwd) + 1)), std::string::npos);
+    EXPECT_NE(printed.find(std::string("[") + cwd + "\n] " + std::to_string(strlen(cwd) + 1)), std::string::npos);
     EXPECT_STREQ(url->text, "resource://data/f.txt");
     URLFree(url);
 }
