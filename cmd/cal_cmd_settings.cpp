@@ -207,23 +207,17 @@ int calcmd_OnOff(const char *text) noexcept {
 }
 
 int calcmd_SetUINT32(const char *text, unsigned int *value) noexcept {
-    if (!text) return 1;
-    const char *p = text;
-    while (orv::ascii_isspace(static_cast<unsigned char>(*p))) ++p;
-    if (*p == '+') ++p;
-    unsigned long long n = 0;
-    bool digits = false;
-    while (orv::ascii_isdigit(static_cast<unsigned char>(*p)) && n <= UINT_MAX) {
-        n = n * 10 + static_cast<unsigned>(*p - '0');
-        digits = true;
-        ++p;
-    }
-    while (orv::ascii_isspace(static_cast<unsigned char>(*p))) ++p;
-    if (!digits || *p != '\0' || n > UINT_MAX) {
+    if (text == nullptr) return 1;
+    // The tools have always read this with "%ld": strtol is that conversion
+    // without sscanf's undefined overflow (it saturates), and the long is
+    // then narrowed as the old assignment did, so "-1" is 4294967295.
+    char *end = nullptr;
+    const long n = std::strtol(text, &end, 10);
+    if (end == text) {
         calcmd::err("bad unsigned 32 bit string: %s\n", text);
         return 1;
     }
-    if (value) *value = static_cast<unsigned int>(n);
+    if (value != nullptr) *value = static_cast<unsigned int>(static_cast<unsigned long>(n));
     return 0;
 }
 

@@ -218,7 +218,8 @@ int cal_parseutil_get_semicolon_array(const char *text, array_t **array) noexcep
 }
 
 int cal_parseutil_to_calstrarray(array_t **array, int n, char **strings) noexcept {
-    if (array == nullptr || n <= 0 || strings == nullptr) return 0;
+    if (array == nullptr || (n > 0 && strings == nullptr)) return 0;
+    if (n < 0) n = 0;
     array_t *a = array_new();
     if (a == nullptr) return 0;
     for (int i = 0; i < n; ++i) strarray_append(a, strings[i]);

@@ -223,9 +223,11 @@ ORV_API void calcmd_Info(calcmd_tool *tool) ORV_NOEXCEPT;
 
 /* 1 for "on", "true" or "yes" in any case; 0 for anything else and NULL. */
 ORV_API int calcmd_OnOff(const char *text) ORV_NOEXCEPT;
-/* Reads a decimal number into *value: 0; 1 for NULL text or a text that is
- * not a number in 0..4294967295 ("bad unsigned 32 bit string: %s\n" on
- * standard error). Surrounding blanks and a leading '+' are accepted. */
+/* Reads a number as sscanf's "%ld" does (leading blanks, a sign, text after
+ * the digits ignored) and stores it cut to 32 bits: "-1" stores 4294967295,
+ * "7x" stores 7, a number beyond the range of long saturates before the cut.
+ * 0; 1 for NULL text, and for text with no number at all after printing
+ * "bad unsigned 32 bit string: %s\n" on standard error. */
 ORV_API int calcmd_SetUINT32(const char *text, unsigned int *value) ORV_NOEXCEPT;
 /* YYYYMMDDTHHMMSS[Z] to a time value: with 'Z' as UTC, else as local time
  * (daylight saving taken as not in force). Fields are read by position

@@ -185,8 +185,9 @@ ORV_API int cal_parseutil_get_char_array(const char *text, char delimiter, array
 ORV_API int cal_parseutil_get_comma_array(const char *text, array_t **array) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_get_semicolon_array(const char *text, array_t **array) ORV_NOEXCEPT;
 /* Stores a new string array with copies of strings[0..n-1] in *array and
- * returns n; returns 0 (and stores nothing) when array is NULL, n <= 0,
- * strings is NULL or the array cannot be made. */
+ * returns n; n <= 0 stores a new empty array and returns 0. Returns 0 and
+ * stores nothing when array is NULL, strings is NULL with n > 0, or the
+ * array cannot be made. */
 ORV_API int cal_parseutil_to_calstrarray(array_t **array, int n, char **strings) ORV_NOEXCEPT;
 /* Cuts text in place at every space and tab and appends a copy of each
  * piece to array; two blanks in a row give an empty piece, an empty tail
