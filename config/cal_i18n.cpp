@@ -12,6 +12,7 @@
 #include <prio.h>
 
 #include "orv/ascii.hpp"
+#include "orv/sizes.hpp"
 #include "orvutil/platform/config.h"
 
 namespace {
@@ -61,8 +62,7 @@ char *cal_i18n_get_localized_file(const char *dir, const char *file, const char 
     const size_t parts[] = {std::strlen(dir), std::strlen(file), std::strlen(lang)};
     size_t size = 10;
     for (size_t n : parts) {
-        if (size > SIZE_MAX - n) return nullptr;
-        size += n;
+        if (!orv::size_add(size, n)) return nullptr;
     }
     char *path = static_cast<char *>(std::malloc(size));
     if (path == nullptr) return nullptr;

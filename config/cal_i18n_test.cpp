@@ -74,7 +74,7 @@ TEST(CalI18n, LocalizedFileFallsBackToSiteThenEnglish) {
     EXPECT_EQ(cal_i18n_get_localized_file(d.c_str(), "f", nullptr), nullptr);
 }
 
-TEST(CalI18n, LocalizedFileSkipsASiteLanguageThatDoesNotFit) {
+TEST(CalI18n, LocalizedFileCutsASiteLanguageThatDoesNotFit) {
     DefaultConfig conf("local.sitelanguage = a-much-longer-language\n");
     TempDir dir;
     // The buffer holds strlen(dir) + 1 + 1 + 9 bytes with "x": the site
@@ -112,7 +112,7 @@ TEST(CalDomain, DefaultDomain) {
     char *const before = domain;
     EXPECT_EQ(cal_get_default_domain(&domain), CAL_DOMAIN_E_INVALIDARG);  // already holds text
     EXPECT_EQ(domain, before);
-    EXPECT_EQ(static_cast<unsigned>(cal_get_default_domain(nullptr)), 0x80070057u);
+    EXPECT_EQ(static_cast<unsigned>(cal_get_default_domain(nullptr)), 0x80070057u);  // the bit pattern itself
     std::free(domain);
     DefaultConfig unset(nullptr);
     domain = nullptr;
