@@ -39,6 +39,7 @@ const Command commands[] = {
     {"version", 0, "version", "product and version banner", cmd_version},
     {"setting", 1, "setting name", "a value of the configuration file", cmd_setting},
     {"conf", 2, "conf list|get|set|del file ...", "list, read, set or delete entries of a file", cmd_conf},
+    {"log", 2, "log tail file [count]", "the last records of a log and its rolled files", cmd_log},
 };
 
 calcmd_tool *the_tool = nullptr;

@@ -47,4 +47,7 @@ int cmd_query(int argc, char **argv);
 // Configuration files (conf_cmds.cpp).
 int cmd_conf(int argc, char **argv);
 
+// Log files (log_cmds.cpp).
+int cmd_log(int argc, char **argv);
+
 }  // namespace orvadmin

@@ -243,6 +243,33 @@ TEST(Orvadmin, ConfCommands) {
     EXPECT_EQ("a = 1\nc = \"x y\"\n", orvtest::read_file(f));
 }
 
+TEST(Orvadmin, LogTailReadsBackIntoRolledFiles) {
+    orvtest::TempDir dir;
+    const std::string f = dir.file("svc.log");
+    orvtest::write_file(f + ".20261120T000000.000000Z", "r1\nr2\n");
+    orvtest::write_file(f + ".20261121T000000.000000Z", "r3\nr4\n");
+    orvtest::write_file(f + ".lock", "");
+    orvtest::write_file(f, "r5\n");
+    const struct {
+        std::string line;
+        int status;
+        std::string out, err;
+    } steps[] = {
+        {"log tail " + f + " 4", 0, "r2\nr3\nr4\nr5\n", ""},
+        {"log tail " + f + " 1", 0, "r5\n", ""},
+        {"log tail " + f, 0, "r1\nr2\nr3\nr4\nr5\n", ""},
+        {"log tail " + dir.file("none.log"), 1, "", "log: cannot read " + dir.file("none.log") + "\n"},
+        {"log tail " + f + " 0", 1, "", "log: usage: log tail file [count]\n"},
+    };
+    for (const auto &s : steps) {
+        SCOPED_TRACE(s.line);
+        Result r = admin({}, s.line + "\n");
+        EXPECT_EQ(s.status, r.status);
+        EXPECT_EQ(s.out, r.out);
+        EXPECT_TRUE(has(r.err, s.err)) << r.err;
+    }
+}
+
 TEST(Orvadmin, TourRunsClean) {
     const char *src = std::getenv("ORV_SOURCE_DIR");
     if (!src) src = ORV_SOURCE_TREE;
