@@ -240,20 +240,23 @@ bool apply_option(LogHandle &h, const char *name, const char *value) {
 }
 
 void append_escaped(std::string &out, const char *message) {
-    for (const unsigned char *p = reinterpret_cast<const unsigned char *>(message); *p; ++p) {
+    const unsigned char *p = reinterpret_cast<const unsigned char *>(message);
+    for (;;) {
+        // Plain bytes go over in runs.
+        const unsigned char *run = p;
+        while (*p != 0 && !orv::ascii_iscntrl(*p)) ++p;
+        out.append(reinterpret_cast<const char *>(run), static_cast<size_t>(p - run));
+        if (*p == 0) return;
         switch (*p) {
             case '\n': out += "\\n"; break;
             case '\r': out += "\\r"; break;
             case '\t': out += "\\t"; break;
-            default:
-                if (orv::ascii_iscntrl(*p)) {
-                    out += "\\x";
-                    out += orv::kHexLower[*p >> 4];
-                    out += orv::kHexLower[*p & 15];
-                } else {
-                    out += static_cast<char>(*p);
-                }
+            default: {
+                const char hex[] = {'\\', 'x', orv::kHexLower[*p >> 4], orv::kHexLower[*p & 15]};
+                out.append(hex, sizeof hex);
+            }
         }
+        ++p;
     }
 }
 
