@@ -600,37 +600,26 @@ void emit(LogState &s, LogHandle &h, int level, const char *message) {
         orv::write_all(STDERR_FILENO, record.data(), record.size());
 }
 
-}  // namespace
-
-extern "C" {
-
-void zolog(int handle, int level, const char *format, ...) noexcept {
-    if (format == nullptr) return;
-    if (!g_hooked.load(std::memory_order_relaxed) && static_cast<unsigned>(handle) < kFastHandles) {
-        signed char limit = g_threshold[handle].load(std::memory_order_relaxed);
-        if (limit == 0) limit = g_threshold[0].load(std::memory_order_relaxed);
-        if (limit != 0 && (level & 7) >= limit) return;
-    }
+// Everything after the threshold, kept out of zolog so that a filtered-out
+// call pays for no more than the check.
+__attribute__((noinline)) void log_record(int handle, int level, const char *format, va_list args) noexcept {
     const int saved_errno = errno;
     try {
         char small[1024];
         std::string large;
         const char *message = small;
-        va_list args;
-        va_start(args, format);
-        errno = saved_errno;
+        va_list again;
+        va_copy(again, args);
         int n = std::vsnprintf(small, sizeof small, format, args);
-        va_end(args);
         if (n < 0) {
             message = format;
         } else if (static_cast<size_t>(n) >= sizeof small) {
             large.resize(static_cast<size_t>(n) + 1);
-            va_start(args, format);
-            errno = saved_errno;
-            std::vsnprintf(large.data(), large.size(), format, args);
-            va_end(args);
+            errno = saved_errno;  // for %m
+            std::vsnprintf(large.data(), large.size(), format, again);
             message = large.c_str();
         }
+        va_end(again);
 
         LogState &s = state();
         std::lock_guard<std::mutex> lock(s.mutex);
@@ -643,6 +632,23 @@ void zolog(int handle, int level, const char *format, ...) noexcept {
         // exhaustion is the lesser harm.
     }
     errno = saved_errno;
+}
+
+}  // namespace
+
+extern "C" {
+
+void zolog(int handle, int level, const char *format, ...) noexcept {
+    if (format == nullptr) return;
+    if (!g_hooked.load(std::memory_order_relaxed) && static_cast<unsigned>(handle) < kFastHandles) {
+        signed char limit = g_threshold[handle].load(std::memory_order_relaxed);
+        if (limit == 0) limit = g_threshold[0].load(std::memory_order_relaxed);
+        if (limit != 0 && (level & 7) >= limit) return;
+    }
+    va_list args;
+    va_start(args, format);
+    log_record(handle, level, format, args);
+    va_end(args);
 }
 
 int zolog_open(const char *servicename, const char *processname) noexcept {
