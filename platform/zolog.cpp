@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -17,6 +18,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -56,6 +58,19 @@ struct timespec now_ts() {
     return ts;
 }
 
+// The head of the lock file, mapped by every process writing the log. Its
+// mutex (process-shared and robust: a holder that dies hands it on) keeps
+// writes and rolls apart without a system call when nobody waits; rolls also
+// take the file's flock exclusively, so that two processes never roll at
+// once.
+struct SharedState {
+    uint32_t magic;
+    uint32_t reserved;
+    long long last_roll;  // microseconds since the epoch of the newest rolled file's name
+    pthread_mutex_t mutex;
+};
+constexpr uint32_t kSharedMagic = 0x6f726c31;  // "orl1"
+
 struct LogHandle {
     std::string service;
     std::string process;
@@ -73,6 +88,7 @@ struct LogHandle {
 
     int fd = -1;
     int lock_fd = -1;
+    struct SharedState *shared = nullptr;  // the lock file, mapped
     dev_t dev = 0;
     ino_t ino = 0;
     time_t file_start = 0;  // stamp of the current file's first record; 0: empty
@@ -92,6 +108,8 @@ struct LogHandle {
     void close_file() {
         if (fd >= 0) ::close(fd);
         if (lock_fd >= 0) ::close(lock_fd);
+        if (shared != nullptr) ::munmap(shared, sizeof *shared);
+        shared = nullptr;
         if (syslog_fd >= 0) ::close(syslog_fd);
         fd = lock_fd = syslog_fd = -1;
         path.clear();
@@ -408,15 +426,69 @@ void clean_rolled(LogHandle &h, time_t now) {
     }
 }
 
-// Opens the current file (creating it) and the lock file.
+// Maps the lock file's shared state, setting it up under the flock when the
+// file is new (or was left by something else).
+bool map_shared(LogHandle &h) {
+    if (::flock(h.lock_fd, LOCK_EX) != 0) return false;
+    struct stat st;
+    bool ok = ::fstat(h.lock_fd, &st) == 0 && (st.st_size >= static_cast<off_t>(sizeof(SharedState)) ||
+                                               ::ftruncate(h.lock_fd, sizeof(SharedState)) == 0);
+    void *map =
+        ok ? ::mmap(nullptr, sizeof(SharedState), PROT_READ | PROT_WRITE, MAP_SHARED, h.lock_fd, 0) : MAP_FAILED;
+    if (map != MAP_FAILED) {
+        h.shared = static_cast<SharedState *>(map);
+        if (h.shared->magic != kSharedMagic) {
+            pthread_mutexattr_t attr;
+            pthread_mutexattr_init(&attr);
+            pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+            pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
+            pthread_mutex_init(&h.shared->mutex, &attr);
+            pthread_mutexattr_destroy(&attr);
+            h.shared->last_roll = 0;
+            __atomic_store_n(&h.shared->magic, kSharedMagic, __ATOMIC_RELEASE);
+        }
+    }
+    ::flock(h.lock_fd, LOCK_UN);
+    return map != MAP_FAILED;
+}
+
+bool lock_shared(LogHandle &h) {
+    const int rc = pthread_mutex_lock(&h.shared->mutex);
+    // A writer died holding it: what it left is whole (one write, or a
+    // rename), so carry on.
+    if (rc == EOWNERDEAD) return pthread_mutex_consistent(&h.shared->mutex) == 0;
+    return rc == 0;
+}
+
+void unlock_shared(LogHandle &h) { pthread_mutex_unlock(&h.shared->mutex); }
+
+// Runs fn with the flock held exclusively and the shared mutex held, coming
+// from and returning to the shared mutex alone (flock first: the order every
+// process keeps).
+template <typename Fn>
+bool exclusively(LogHandle &h, Fn fn) {
+    unlock_shared(h);
+    if (::flock(h.lock_fd, LOCK_EX) != 0) return lock_shared(h);
+    const bool locked = lock_shared(h);
+    if (locked) fn();
+    if (locked) unlock_shared(h);
+    ::flock(h.lock_fd, LOCK_UN);
+    return lock_shared(h);
+}
+
+// Opens the lock file and maps its shared state; the current file is opened
+// by the first write.
 bool open_file(LogHandle &h) {
-    if (h.fd >= 0 && h.lock_fd >= 0) return true;
+    if (h.shared != nullptr) return true;
     if (h.logdir.empty()) return false;
     h.close_file();
     orv::make_dirs(h.logdir);
     h.path = h.file_path();
     h.lock_fd = ::open((h.path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (h.lock_fd < 0) return false;
+    if (h.lock_fd < 0 || !map_shared(h)) {
+        h.close_file();
+        return false;
+    }
     return true;
 }
 
@@ -459,12 +531,7 @@ void roll(LogHandle &h, size_t len, const struct timespec &now) {
     // the file holds.
     const struct timespec renamed = now_ts();
     long long when = static_cast<long long>(renamed.tv_sec) * 1000000 + renamed.tv_nsec / 1000;
-    char last[32] = {};
-    if (::pread(h.lock_fd, last, sizeof last - 1, 0) > 0) {
-        long long seconds, micros;
-        if (std::sscanf(last, "%lld.%lld", &seconds, &micros) == 2)
-            when = std::max(when, seconds * 1000000 + micros + 1);
-    }
+    when = std::max(when, h.shared->last_roll + 1);
     for (;; ++when) {
         const time_t seconds = static_cast<time_t>(when / 1000000);
         struct tm utc;
@@ -478,10 +545,7 @@ void roll(LogHandle &h, size_t len, const struct timespec &now) {
         if (::rename(path.c_str(), target.c_str()) != 0) return;
         break;
     }
-    const int n = std::snprintf(last, sizeof last, "%020lld.%06lld\n", when / 1000000, when % 1000000);
-    if (::pwrite(h.lock_fd, last, static_cast<size_t>(n), 0) != n) {
-        // The next roll falls back on the clock and the free-name search.
-    }
+    h.shared->last_roll = when;
     clean_rolled(h, now.tv_sec);
 }
 
@@ -530,34 +594,27 @@ bool write_records(LogHandle &h, const std::string &data, long count) {
         resumed += data;
         out = &resumed;
     }
-    if (::flock(h.lock_fd, LOCK_SH) != 0) return false;
-    bool ok = false;
-    for (int attempt = 0; attempt < 100; ++attempt) {
+    if (!lock_shared(h)) return false;
+    bool ok = false, locked = true;
+    for (int attempt = 0; attempt < 100 && locked; ++attempt) {
         struct stat st;
         if (h.fd < 0 || ::stat(h.path.c_str(), &st) != 0 || st.st_dev != h.dev || st.st_ino != h.ino) {
             if (!reopen_data(h)) break;
-            if (!h.cleaned) {
-                // First use of this file here: apply expiry and limits (under the
-                // exclusive lock, like a roll).
-                ::flock(h.lock_fd, LOCK_EX);
-                clean_rolled(h, now.tv_sec);
-                ::flock(h.lock_fd, LOCK_SH);
-            }
+            // First use of this file here: apply expiry and limits, like a roll.
+            if (!h.cleaned) locked = exclusively(h, [&] { clean_rolled(h, now.tv_sec); });
             continue;
         }
         if (st.st_size > 0 && h.file_start == 0) read_file_start(h);
         if (roll_due(h, st.st_size, out->size(), now.tv_sec)) {
-            // flock converts by dropping and retaking, so look again after.
-            ::flock(h.lock_fd, LOCK_EX);
-            roll(h, out->size(), now);
-            ::flock(h.lock_fd, LOCK_SH);
+            // The locks were let go on the way: look again after.
+            locked = exclusively(h, [&] { roll(h, out->size(), now); });
             continue;
         }
         if (st.st_size == 0) h.file_start = now.tv_sec;
         ok = orv::write_all(h.fd, out->data(), out->size()) == 0;
         break;
     }
-    ::flock(h.lock_fd, LOCK_UN);
+    if (locked) unlock_shared(h);
     if (ok) h.dropped = 0;
     h.last_write = now.tv_sec;
     return ok;

@@ -28,14 +28,16 @@
  * rolled.
  *
  * Several processes, one log. Each record, or each buffered batch of whole
- * records, goes out in one write(2) on an O_APPEND descriptor while a shared
- * flock(2) is held on the lock file; a roll takes it exclusively. Before each
- * write the path is checked against the descriptor's device and inode, and a
- * descriptor that no longer names the current file (rolled by another
- * process, or moved away by an outside tool) is reopened first. So no record
- * is torn, lost, duplicated or written into a rolled file after its roll,
- * whatever the number of processes and threads, and a process killed at any
- * moment leaves the log readable (the kernel drops its lock).
+ * records, goes out in one write(2) on an O_APPEND descriptor while a mutex
+ * kept in the lock file (mapped by every process; process-shared and robust,
+ * so a holder that dies hands it on) is held; a roll holds it too, and also
+ * takes an exclusive flock(2) on the lock file. Before each write the path is
+ * checked against the descriptor's device and inode, and a descriptor that no
+ * longer names the current file (rolled by another process, or moved away by
+ * an outside tool) is reopened first. So no record is torn, lost, duplicated
+ * or written into a rolled file after its roll, whatever the number of
+ * processes and threads, and a process killed at any moment leaves the log
+ * readable. The lock file must stay in place while processes use the log.
  *
  * Options ("zolog_config"), numbers in decimal text; 0 for a limit means no
  * limit:
