@@ -59,7 +59,9 @@
  *                   still goes out whole, into a fresh file). Default 2097152.
  *   "maxlogfiles"   rolled files kept per log; the oldest go first. Default 10.
  *   "maxlogsize"    bytes of all files of one log together (current and
- *                   rolled); the oldest rolled files go first. Default 20971520.
+ *                   rolled); at each roll the oldest rolled files go until
+ *                   the rest leaves room for the current file to reach
+ *                   "maxlogfilesize". Default 20971520.
  *   "minfreeddiskspace" bytes: below this much free space on the log's file
  *                   system the log stops writing and says so once on standard
  *                   error; it resumes by itself when space returns, and its
