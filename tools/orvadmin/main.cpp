@@ -45,6 +45,7 @@ const Command commands[] = {
      cmd_counters},
     {"get", 1, "get [-t seconds] url", "an HTTP/1.0 GET, the response line by line", cmd_get},
     {"tcp", 3, "tcp [-t seconds] host port text", "text and a LF sent over TCP, the reply", cmd_tcp},
+    {"log", 2, "log tail file [count]", "the last records of a log and its rolled files", cmd_log},
 };
 
 calcmd_tool *the_tool = nullptr;

@@ -53,5 +53,7 @@ int cmd_counters(int argc, char **argv);
 // HTTP GET and raw TCP exchanges (http_cmds.cpp).
 int cmd_get(int argc, char **argv);
 int cmd_tcp(int argc, char **argv);
+// Log files (log_cmds.cpp).
+int cmd_log(int argc, char **argv);
 
 }  // namespace orvadmin

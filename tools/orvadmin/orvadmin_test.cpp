@@ -217,15 +217,28 @@ TEST(Orvadmin, UrlAndQueryCommands) {
         r.out);
 }
 
+// One command line each, run in order: its status, its whole output and a
+// part of its error output.
+struct Step {
+    std::string line;
+    int status;
+    std::string out, err;
+};
+template <size_t N>
+void run_steps(const Step (&steps)[N]) {
+    for (const auto &s : steps) {
+        SCOPED_TRACE(s.line);
+        Result r = admin({}, s.line + "\n");
+        EXPECT_EQ(s.status, r.status);
+        EXPECT_EQ(s.out, r.out);
+        EXPECT_TRUE(has(r.err, s.err)) << r.err;
+    }
+}
+
 TEST(Orvadmin, ConfCommands) {
     orvtest::TempDir dir;
     std::string f = dir.file("t.conf");
     orvtest::write_file(f, "b = 2\na = 1\n");
-    struct Step {
-        std::string line;
-        int status;
-        std::string out, err;
-    };
     const Step steps[] = {
         {"conf list " + f, 0, "b = 2\na = 1\n", ""},
         {"conf get " + f + " A", 0, "A = 1\n", ""},
@@ -239,13 +252,7 @@ TEST(Orvadmin, ConfCommands) {
         {"conf move " + f, 1, "", "conf: usage: conf list|get|set|del file [name [value]]\n"},
         {"conf get " + f, 1, "", "conf: usage: conf list|get|set|del file [name [value]]\n"},
     };
-    for (const auto &s : steps) {
-        SCOPED_TRACE(s.line);
-        Result r = admin({}, s.line + "\n");
-        EXPECT_EQ(s.status, r.status);
-        EXPECT_EQ(s.out, r.out);
-        EXPECT_TRUE(has(r.err, s.err)) << r.err;
-    }
+    run_steps(steps);
     // Written back sorted, whole, with the value quoted.
     EXPECT_EQ("a = 1\nc = \"x y\"\n", orvtest::read_file(f));
 }
@@ -368,6 +375,23 @@ TEST(Orvadmin, HttpCommands) {
         EXPECT_TRUE(has(r.err, c.err)) << r.err;
     }
     close(mute);
+}
+
+TEST(Orvadmin, LogTailReadsBackIntoRolledFiles) {
+    orvtest::TempDir dir;
+    const std::string f = dir.file("svc.log");
+    orvtest::write_file(f + ".20261120T000000.000000Z", "r1\nr2\n");
+    orvtest::write_file(f + ".20261121T000000.000000Z", "r3\nr4\n");
+    orvtest::write_file(f + ".lock", "");
+    orvtest::write_file(f, "r5\n");
+    const Step steps[] = {
+        {"log tail " + f + " 4", 0, "r2\nr3\nr4\nr5\n", ""},
+        {"log tail " + f + " 1", 0, "r5\n", ""},
+        {"log tail " + f, 0, "r1\nr2\nr3\nr4\nr5\n", ""},
+        {"log tail " + dir.file("none.log"), 1, "", "log: cannot read " + dir.file("none.log") + "\n"},
+        {"log tail " + f + " 0", 1, "", "log: usage: log tail file [count]\n"},
+    };
+    run_steps(steps);
 }
 
 TEST(Orvadmin, TourRunsClean) {
