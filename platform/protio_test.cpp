@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "orvutil/platform/protio.h"
+#include "slapd.hpp"
 
 namespace {
 
@@ -61,6 +66,121 @@ TEST(ProtInput, ReadTimeOutSetsTheErrorFlag) {
     p.send("late");
     EXPECT_EQ(prot_read(s, buf, 4), 0);  // a stopped stream stays stopped
     prot_free(s);
+}
+
+}  // namespace
+
+namespace {
+
+// A listening loopback socket; accept waits at most 30 s.
+struct Listener {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    int port = 0;
+    Listener() {
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof a;
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&a), len), 0);
+        EXPECT_EQ(listen(fd, 4), 0);
+        getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+        port = ntohs(a.sin_port);
+    }
+    ~Listener() { close(fd); }
+    int accept_one() {
+        pollfd p{fd, POLLIN, 0};
+        return poll(&p, 1, 30000) == 1 ? accept(fd, nullptr, nullptr) : -1;
+    }
+};
+
+TEST(ProtTls, ImplicitAndStartTlsWithTheClientCertificateCarried) {
+    const orvtest::Pki &pki = orvtest::Pki::shared();
+    config_cache *conf = orvtest::config_with({{"tls.certfile", pki.server_cert()},
+                                               {"tls.keyfile", pki.server_key()},
+                                               {"tls.cafile", pki.ca()},
+                                               {"tls.verifyclient", "on"}});
+    const char *err = nullptr;
+    prot_tls_ctx *ctx = prot_tls_ctx_new(conf, nullptr, &err);
+    ASSERT_NE(ctx, nullptr) << err;
+    struct Case {
+        bool starttls;
+        int client;  // -1: no client certificate
+    };
+    for (const Case c : {Case{false, 0}, Case{true, -1}}) {
+        Listener l;
+        std::string cmd =
+            "(printf 'HELLO\\r\\n'; sleep 30) | openssl s_client -connect 127.0.0.1:" + std::to_string(l.port) +
+            " -CAfile " + pki.ca();
+        if (c.starttls) cmd += " -starttls pop3";
+        if (c.client >= 0) cmd += " -cert " + pki.client_cert(c.client) + " -key " + pki.client_key(c.client);
+        const std::string log = pki.dir() + "/client.log";
+        orvtest::Child client({"/bin/sh", "-c", cmd}, orvtest::Child::Options{{}, log, ""});
+        const int fd = l.accept_one();
+        ASSERT_GE(fd, 0);
+        protstream *in = prot_new(fd, 0), *out = prot_new(fd, 1);
+        prot_settimeout(in, 30);
+        int bits = -1;
+        prot_ssl_info *info = nullptr;
+        EXPECT_EQ(prot_ssl_get_info(in, &bits, &info), 0);
+        EXPECT_EQ(bits, 0);
+        EXPECT_EQ(info, nullptr);
+        char line[64];
+        if (c.starttls) {
+            prot_printf(out, "+OK ready\r\n");
+            prot_flush(out);
+            ASSERT_NE(prot_fgets(line, sizeof line, in), nullptr);
+            EXPECT_STREQ(line, "STLS\r\n");
+            prot_printf(out, "+OK begin TLS\r\n");
+        }
+        ASSERT_EQ(prot_starttls(in, out, ctx, &err), 0) << err;
+        ASSERT_NE(prot_fgets(line, sizeof line, in), nullptr);
+        EXPECT_STREQ(line, "HELLO\r\n");
+        prot_printf(out, "+OK secret reply\r\n");
+        EXPECT_EQ(prot_flush(out), 0);
+        ASSERT_EQ(prot_ssl_get_info(out, &bits, &info), 0);
+        EXPECT_GE(bits, 128);
+        ASSERT_NE(info, nullptr);
+        EXPECT_EQ(info->bits, bits);
+        EXPECT_EQ(info->cert != nullptr, c.client >= 0);
+        if (c.client >= 0) {
+            EXPECT_STREQ(info->subject, orvtest::Pki::client_subject(c.client));
+        }
+        prot_ssl_free_info(info);
+        EXPECT_TRUE(
+            orvtest::wait_until([&] { return orvtest::read_file(log).find("+OK secret reply") != std::string::npos; },
+                                std::chrono::seconds(30)));
+        prot_free(in);
+        prot_free(out);
+        close(fd);
+    }
+    prot_tls_ctx_free(ctx);
+    config_freecache(conf);
+}
+
+TEST(ProtTls, HandshakeIsBoundedByTheTimeOut) {
+    const orvtest::Pki &pki = orvtest::Pki::shared();
+    config_cache *conf = orvtest::config_with({{"tls.certfile", pki.server_cert()}, {"tls.keyfile", pki.server_key()}});
+    prot_tls_ctx *ctx = prot_tls_ctx_new(conf, nullptr, nullptr);
+    ASSERT_NE(ctx, nullptr);
+    Listener l;
+    const int peer = socket(AF_INET, SOCK_STREAM, 0);  // connects and never speaks
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(l.port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(connect(peer, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
+    const int fd = l.accept_one();
+    protstream *in = prot_new(fd, 0), *out = prot_new(fd, 1);
+    prot_settimeout(in, 1);
+    const char *err = nullptr;
+    EXPECT_EQ(prot_starttls(in, out, ctx, &err), -1);
+    EXPECT_STREQ(err, "TLS handshake timed out");
+    prot_free(in);
+    prot_free(out);
+    close(fd);
+    close(peer);
+    prot_tls_ctx_free(ctx);
+    config_freecache(conf);
 }
 
 }  // namespace
