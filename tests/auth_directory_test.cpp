@@ -9,6 +9,10 @@
 #include <cstring>
 #include <string>
 
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include "orvutil/platform/certmap.h"
 #include "orvutil/platform/ldpool.h"
 #include "orvutil/platform/verifypass.h"
 #include "slapd.hpp"
@@ -100,15 +104,6 @@ TEST(AuthDirectory, VerificationPolicyProxyAndStoredPasswords) {
         EXPECT_EQ(check_proxyauth(p.authid, p.asid, nullptr, nullptr), p.want) << p.authid << "->" << p.asid;
 }
 
-TEST(AuthDirectory, StoredPasswordsNeedTheSwitch) {
-    orvtest::Slapd slapd(orvtest::sample_directory(nullptr));
-    Verifier v(slapd.uri());
-    char *pw = nullptr;
-    const char *err = nullptr;
-    EXPECT_EQ(verifypass_getpass("bob", nullptr, nullptr, &pw, &err), 1);
-    EXPECT_STREQ(err, "Stored passwords not available");
-}
-
 // Each of the second server's entries carries a mark in its description,
 // so that a search tells which server answered.
 std::string second_directory() {
@@ -168,6 +163,121 @@ TEST(AuthDirectory, BrokenPooledConnectionsAreReplaced) {
     slapd.start();
     EXPECT_EQ(verify("alice", "alice-pw"), "ok:alice");
     EXPECT_EQ(verify("bob", "wrong"), "Invalid credentials");
+}
+
+}  // namespace
+
+namespace {
+
+// The directory operations of certificate mapping, over the pool.
+LDAPUVTable_t pool_operations() {
+    LDAPUVTable_t vt{};
+    vt.ldapuV_search_s = [](LDAP *, const char *base, int scope, const char *filter, char **attrs, int attrsonly,
+                            LDAPMessage **res) {
+        return LdPool_Search_S(nullptr, base, scope, filter, attrs, attrsonly, 0, res);
+    };
+    vt.ldapuV_count_entries = [](LDAP *, LDAPMessage *res) {
+        int n = 0;
+        LdPool_Count_Entries(res, &n);
+        return n;
+    };
+    vt.ldapuV_first_entry = [](LDAP *, LDAPMessage *res) {
+        LDAPMessage *e = nullptr;
+        LdPool_First_Entry(res, &e);
+        return e;
+    };
+    vt.ldapuV_next_entry = [](LDAP *, LDAPMessage *entry) {
+        LDAPMessage *e = nullptr;
+        LdPool_Next_Entry(entry, &e);
+        return e;
+    };
+    vt.ldapuV_msgfree = [](LDAP *, LDAPMessage *res) { return ldap_msgfree(res); };
+    vt.ldapuV_get_dn = [](LDAP *, LDAPMessage *entry) {
+        char *dn = nullptr;
+        LdPool_Get_DN(entry, &dn);
+        return dn;
+    };
+    vt.ldapuV_memfree = [](LDAP *, void *p) { ldap_memfree(p); };
+    vt.ldapuV_get_values = [](LDAP *, LDAPMessage *entry, const char *attr) {
+        char **v = nullptr;
+        LdPool_Get_Values(entry, attr, &v);
+        return v;
+    };
+    vt.ldapuV_value_free = [](LDAP *, char **v) { ldap_value_free(v); };
+    vt.ldapuV_get_values_len = [](LDAP *, LDAPMessage *entry, const char *attr) {
+        berval **v = nullptr;
+        LdPool_Get_Values_Len(entry, attr, &v);
+        return v;
+    };
+    vt.ldapuV_value_free_len = [](LDAP *, berval **v) { ldap_value_free_len(v); };
+    return vt;
+}
+
+X509 *load_certificate(const std::string &path) {
+    FILE *f = std::fopen(path.c_str(), "r");
+    X509 *cert = f != nullptr ? PEM_read_X509(f, nullptr, nullptr, nullptr) : nullptr;
+    if (f != nullptr) std::fclose(f);
+    return cert;
+}
+
+TEST(AuthDirectory, CertificatesMapBySubjectAndByBinaryComparison) {
+    const orvtest::Pki &pki = orvtest::Pki::shared();
+    orvtest::Slapd slapd(orvtest::sample_directory(&pki));
+    Verifier v(slapd.uri());
+    const LDAPUVTable_t vt = pool_operations();
+    ASSERT_EQ(ldapu_VTable_set(&vt), LDAPU_SUCCESS);
+    X509 *certs[] = {load_certificate(pki.client_cert(0)), load_certificate(pki.client_cert(1))};
+    orvtest::TempDir dir;
+    const std::string map = dir.file("certmap.conf");
+    struct Case {
+        const char *file;
+        int client;
+        int want;
+        const char *user;  // login id of the entry found
+    } cases[] = {
+        {"issuer default\nfilter cn\n", 0, LDAPU_SUCCESS, "certuser"},
+        {"issuer default\nfilter cn\n", 1, LDAPU_SUCCESS, "otheruser"},
+        {"# binary\nissuer default\nfilter  CN\ncompare on\n", 1, LDAPU_ERR_CERT_VERIFY_FAILED, nullptr},
+        {"issuer cn=orvane test CA , O=Orvane Test\nsubjectattr orvCertSubject\ncompare on\n"
+         "issuer default\nfilter uid\n",
+         0, LDAPU_SUCCESS, "certuser"},
+        {"issuer CN=Orvane Test CA,O=Orvane Test\nsubjectattr orvCertSubject\n", 1, LDAPU_FAILED, nullptr},
+    };
+    for (const Case &c : cases) {
+        orvtest::write_file(map, c.file);
+        ASSERT_EQ(ldapu_certmap_init(map.c_str(), "test"), LDAPU_SUCCESS) << c.file;
+        LDAPMessage *res = nullptr;
+        char *dn = nullptr;
+        EXPECT_EQ(ldapu_cert_to_user(certs[c.client], nullptr, orvtest::Slapd::kSuffix, &res, &dn), c.want)
+            << c.file << c.client;
+        if (c.user != nullptr && res != nullptr) {
+            LDAPMessage *entry = nullptr;
+            LdPool_First_Entry(res, &entry);
+            char **attrs = nullptr;
+            EXPECT_EQ(check_authpolicy(entry, nullptr, &attrs, nullptr), 0);
+            EXPECT_STREQ(attrs ? attrs[0] : "", c.user);
+            EXPECT_EQ(std::string(dn), "uid=" + std::string(c.user) + ",ou=People,dc=example,dc=com");
+            userattrs_free(attrs);
+        }
+        ldap_msgfree(res);
+        ldapu_free(dn);
+    }
+
+    orvtest::LogCapture log;
+    const char *malformed[][2] = {{"issuer default\nfilter cn\nbogus on\n", ":3: "},
+                                  {"filter cn\n", ":1: "},
+                                  {"issuer default\ncompare on\nissuer CN=x\nfilter cn\n", ":1: "},
+                                  {"issuer default\nfilter serialNumber\n", ":2: "}};
+    for (const auto &m : malformed) {
+        orvtest::write_file(map, m[0]);
+        EXPECT_EQ(ldapu_certmap_init(map.c_str(), "test"), LDAPU_ERR_CERTMAP_SYNTAX) << m[0];
+        EXPECT_TRUE(log.contains(2, "certmap.conf" + std::string(m[1]))) << m[0];
+    }
+    LDAPMessage *res = nullptr;
+    EXPECT_EQ(ldapu_cert_to_user(certs[0], nullptr, orvtest::Slapd::kSuffix, &res, nullptr), LDAPU_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(ldapu_certmap_init(orvtest::source_file("examples/certmap.conf").c_str(), "test"), LDAPU_SUCCESS);
+    ldaputil_exit();
+    for (X509 *c : certs) X509_free(c);
 }
 
 }  // namespace

@@ -11,20 +11,6 @@ namespace orvtest {
 
 namespace {
 
-constexpr const char *kSchema = R"(# Account attributes of the authentication layer.
-attributetype ( 1.3.6.1.4.1.99999.1.1.1 NAME 'orvAccountDisabled'
-  DESC 'TRUE when the account may not log in'
-  EQUALITY booleanMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.7 SINGLE-VALUE )
-attributetype ( 1.3.6.1.4.1.99999.1.1.2 NAME 'orvProxyFor'
-  DESC 'login ids this account may act for, or *'
-  EQUALITY caseExactMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.15 )
-attributetype ( 1.3.6.1.4.1.99999.1.1.3 NAME 'orvCertSubject'
-  DESC 'subject DN of the certificate of this account'
-  EQUALITY distinguishedNameMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.12 )
-objectclass ( 1.3.6.1.4.1.99999.1.2.1 NAME 'orvAccount' AUXILIARY
-  MAY ( orvAccountDisabled $ orvProxyFor $ orvCertSubject ) )
-)";
-
 const char *const kClientSubjects[] = {"/O=Orvane Test/OU=People/CN=Carla Cert",
                                        "/O=Orvane Test/OU=People/CN=Other Cert"};
 
@@ -43,6 +29,8 @@ config_cache *config_with(const std::vector<std::pair<std::string, std::string>>
     }
     return cache;
 }
+
+std::string source_file(const std::string &relative) { return std::string(ORV_SOURCE_DIR) + "/" + relative; }
 
 void run_program(const std::vector<std::string> &argv, const std::string &dir) {
     std::vector<std::string> args = argv;
@@ -104,23 +92,25 @@ std::string sample_directory(const Pki *pki) {
     ldif += person("locked", "locked-pw", "pwdAccountLockedTime: 20200101000000Z\n");
     ldif += person("disabled", "disabled-pw", "orvAccountDisabled: TRUE\n");
     ldif += person("admin", "admin-pw", "orvProxyFor: *\n");
-    std::string cert = "orvCertSubject: " + std::string(Pki::client_subject(0)) + "\n";
+    std::string cert = "cn: Carla Cert\norvCertSubject: " + std::string(Pki::client_subject(0)) + "\n";
     if (pki != nullptr) cert += "userCertificate;binary:: " + pki->client_der_base64(0) + "\n";
     ldif += person("certuser", "cert-pw", cert);
+    std::string other = "cn: Other Cert\n";
+    if (pki != nullptr) other += "userCertificate;binary:: " + pki->client_der_base64(0) + "\n";
+    ldif += person("otheruser", "other-pw", other);
     return ldif;
 }
 
 Slapd::Slapd(const std::string &ldif) {
     const std::string d = dir_.path();
     mkdir((d + "/db").c_str(), 0700);
-    write_file(d + "/orv.schema", kSchema);
     write_file(d + "/slapd.conf",
                "include /etc/ldap/schema/core.schema\n"
                "include /etc/ldap/schema/cosine.schema\n"
                "include /etc/ldap/schema/inetorgperson.schema\n"
                "include " +
-                   d +
-                   "/orv.schema\n"
+                   source_file("examples/orvutil.schema") +
+                   "\n"
                    "modulepath /usr/lib/ldap\nmoduleload back_mdb\nmoduleload ppolicy\n"
                    "pidfile " +
                    d +

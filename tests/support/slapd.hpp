@@ -18,6 +18,9 @@ namespace orvtest {
 // config_freecache).
 config_cache *config_with(const std::vector<std::pair<std::string, std::string>> &entries);
 
+// A file of the source tree, e.g. "examples/certmap.conf".
+std::string source_file(const std::string &relative);
+
 // Runs a program (found by find_program) to completion within 60 s; throws
 // std::runtime_error with its output when it fails.
 void run_program(const std::vector<std::string> &argv, const std::string &dir);
@@ -53,8 +56,10 @@ class Pki {
 //   locked   password "locked-pw", pwdAccountLockedTime set
 //   disabled password "disabled-pw", orvAccountDisabled TRUE
 //   admin    password "admin-pw", orvProxyFor: *
-//   certuser password "cert-pw", userCertificate of pki client 0 (when pki
-//            is given), orvCertSubject its subject
+//   certuser password "cert-pw", cn "Carla Cert", userCertificate of pki
+//            client 0 (when pki is given), orvCertSubject its subject
+//   otheruser password "other-pw", cn "Other Cert" (client 1's), but the
+//            userCertificate of client 0
 std::string sample_directory(const Pki *pki);
 
 // A slapd serving dc=example,dc=com from a fresh database loaded with ldif
