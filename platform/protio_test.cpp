@@ -6,7 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <openssl/ssl.h>
+
 #include <string>
+#include <thread>
 
 #include "orvutil/platform/protio.h"
 #include "slapd.hpp"
@@ -153,6 +156,55 @@ TEST(ProtTls, ImplicitAndStartTlsWithTheClientCertificateCarried) {
         prot_free(out);
         close(fd);
     }
+    prot_tls_ctx_free(ctx);
+    config_freecache(conf);
+}
+
+// Bytes a client sends after its STARTTLS command, in clear, must not be
+// read as if they had come through TLS.
+TEST(ProtTls, StartTlsDropsWhatCameBeforeTheHandshake) {
+    const orvtest::Pki &pki = orvtest::Pki::shared();
+    config_cache *conf = orvtest::config_with({{"tls.certfile", pki.server_cert()}, {"tls.keyfile", pki.server_key()}});
+    prot_tls_ctx *ctx = prot_tls_ctx_new(conf, nullptr, nullptr);
+    ASSERT_NE(ctx, nullptr);
+    Listener l;
+    std::thread client([port = l.port] {
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(static_cast<uint16_t>(port));
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
+            write(fd, "STLS\r\nINJECTED\r\n", 16) == 16) {
+            char reply[16];
+            for (size_t got = 0; got < 5;) {  // "+OK\r\n"
+                const ssize_t n = read(fd, reply + got, 5 - got);
+                if (n <= 0) break;
+                got += static_cast<size_t>(n);
+            }
+            SSL_CTX *cctx = SSL_CTX_new(TLS_client_method());
+            SSL *ssl = SSL_new(cctx);
+            SSL_set_fd(ssl, fd);
+            if (SSL_connect(ssl) == 1) SSL_write(ssl, "HELLO\r\n", 7);
+            SSL_shutdown(ssl);
+            SSL_free(ssl);
+            SSL_CTX_free(cctx);
+        }
+        close(fd);
+    });
+    const int fd = l.accept_one();
+    protstream *in = prot_new(fd, 0), *out = prot_new(fd, 1);
+    prot_settimeout(in, 30);
+    char line[32];
+    EXPECT_STREQ(prot_fgets(line, sizeof line, in), "STLS\r\n");
+    prot_printf(out, "+OK\r\n");
+    const int rc = prot_starttls(in, out, ctx, nullptr);
+    EXPECT_EQ(rc, 0);
+    EXPECT_STREQ(rc == 0 ? prot_fgets(line, sizeof line, in) : "", "HELLO\r\n");
+    client.join();
+    prot_free(in);
+    prot_free(out);
+    close(fd);
     prot_tls_ctx_free(ctx);
     config_freecache(conf);
 }
