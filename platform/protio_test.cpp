@@ -96,6 +96,28 @@ struct Listener {
     }
 };
 
+int connect_loopback(int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+// A server context without client certificates.
+struct ServerTls {
+    config_cache *conf = orvtest::config_with(
+        {{"tls.certfile", orvtest::Pki::shared().server_cert()}, {"tls.keyfile", orvtest::Pki::shared().server_key()}});
+    prot_tls_ctx *ctx = prot_tls_ctx_new(conf, nullptr, nullptr);
+    ~ServerTls() {
+        prot_tls_ctx_free(ctx);
+        config_freecache(conf);
+    }
+};
+
 TEST(ProtTls, ImplicitAndStartTlsWithTheClientCertificateCarried) {
     const orvtest::Pki &pki = orvtest::Pki::shared();
     config_cache *conf = orvtest::config_with({{"tls.certfile", pki.server_cert()},
@@ -163,19 +185,13 @@ TEST(ProtTls, ImplicitAndStartTlsWithTheClientCertificateCarried) {
 // Bytes a client sends after its STARTTLS command, in clear, must not be
 // read as if they had come through TLS.
 TEST(ProtTls, StartTlsDropsWhatCameBeforeTheHandshake) {
-    const orvtest::Pki &pki = orvtest::Pki::shared();
-    config_cache *conf = orvtest::config_with({{"tls.certfile", pki.server_cert()}, {"tls.keyfile", pki.server_key()}});
-    prot_tls_ctx *ctx = prot_tls_ctx_new(conf, nullptr, nullptr);
+    ServerTls tls;
+    prot_tls_ctx *ctx = tls.ctx;
     ASSERT_NE(ctx, nullptr);
     Listener l;
     std::thread client([port = l.port] {
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(static_cast<uint16_t>(port));
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
-            write(fd, "STLS\r\nINJECTED\r\n", 16) == 16) {
+        const int fd = connect_loopback(port);
+        if (fd >= 0 && write(fd, "STLS\r\nINJECTED\r\n", 16) == 16) {
             char reply[16];
             for (size_t got = 0; got < 5;) {  // "+OK\r\n"
                 const ssize_t n = read(fd, reply + got, 5 - got);
@@ -205,22 +221,15 @@ TEST(ProtTls, StartTlsDropsWhatCameBeforeTheHandshake) {
     prot_free(in);
     prot_free(out);
     close(fd);
-    prot_tls_ctx_free(ctx);
-    config_freecache(conf);
 }
 
 TEST(ProtTls, HandshakeIsBoundedByTheTimeOut) {
-    const orvtest::Pki &pki = orvtest::Pki::shared();
-    config_cache *conf = orvtest::config_with({{"tls.certfile", pki.server_cert()}, {"tls.keyfile", pki.server_key()}});
-    prot_tls_ctx *ctx = prot_tls_ctx_new(conf, nullptr, nullptr);
+    ServerTls tls;
+    prot_tls_ctx *ctx = tls.ctx;
     ASSERT_NE(ctx, nullptr);
     Listener l;
-    const int peer = socket(AF_INET, SOCK_STREAM, 0);  // connects and never speaks
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(l.port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(connect(peer, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
+    const int peer = connect_loopback(l.port);  // connects and never speaks
+    ASSERT_GE(peer, 0);
     const int fd = l.accept_one();
     protstream *in = prot_new(fd, 0), *out = prot_new(fd, 1);
     prot_settimeout(in, 1);
@@ -231,8 +240,6 @@ TEST(ProtTls, HandshakeIsBoundedByTheTimeOut) {
     prot_free(out);
     close(fd);
     close(peer);
-    prot_tls_ctx_free(ctx);
-    config_freecache(conf);
 }
 
 }  // namespace
