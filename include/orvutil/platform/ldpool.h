@@ -78,7 +78,7 @@ ORV_API struct ldap *LdPool_Acquire(LdPool *pool, int kind, int *rc) ORV_NOEXCEP
 /* Hands a connection back. rc is the result of its last operation: a result
  * that means the connection or its server failed (server down, time-out,
  * connect error, unavailable) closes it and, for a time-out, skips its
- * server. LDAP_BIND connections may be left bound as anyone. */
+ * server. LDPOOL_BIND connections may be left bound as anyone. */
 ORV_API void LdPool_Release(LdPool *pool, struct ldap *ld, int rc) ORV_NOEXCEPT;
 
 /* Whether rc says the connection or its server failed. */
