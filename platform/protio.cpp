@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -282,7 +283,14 @@ prot_tls_ctx *prot_tls_ctx_new(config_cache *cache, const char *prefix, const ch
         return nullptr;
     }
     if (verify) SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER, nullptr);
+    // Sessions are never resumed: no cache, and no tickets written after the
+    // handshake to a client that may already have gone.
     SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_num_tickets(ctx, 0);
+    // OpenSSL writes with write(2): a client that hangs up must not kill
+    // the server with SIGPIPE.
+    struct sigaction old {};
+    if (sigaction(SIGPIPE, nullptr, &old) == 0 && old.sa_handler == SIG_DFL) std::signal(SIGPIPE, SIG_IGN);
     auto *c = new (std::nothrow) prot_tls_ctx{ctx};
     if (c == nullptr) {
         SSL_CTX_free(ctx);

@@ -16,7 +16,9 @@
  * Call it at once after accept for implicit TLS, or after the protocol's
  * STARTTLS reply was written for an upgrade. Both streams then read and write
  * through the session; prot_free of the second one ends it. The descriptor
- * is left non-blocking and is never closed.
+ * is left non-blocking and is never closed. Building a TLS context sets
+ * SIGPIPE to be ignored when it was at its default, so that a client that
+ * hangs up cannot end the process.
  *
  * Configuration keys of a TLS context (prefix + name; the prefix is "tls."
  * unless another is given, e.g. "service.pop3.tls."):
