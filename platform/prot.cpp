@@ -10,6 +10,7 @@
 #include <string>
 
 #include "orv/fsutil.hpp"
+#include "protio_internal.hpp"
 
 namespace {
 
@@ -43,7 +44,7 @@ void reset_buffer(protstream *s) {
     s->cnt = s->bufsize;
 }
 
-bool stopped(const protstream *s) { return s->error || s->eof; }
+bool stopped(const protstream *s) { return s->error || s->eof || !s->write; }
 
 }  // namespace
 
@@ -59,8 +60,10 @@ ssize_t retry_write(int fd, const void *buf, size_t n) noexcept {
 }
 
 protstream *prot_new(int fd, int write) noexcept {
-    if (fd < 0 || write == 0) return nullptr;
-    return make_stream(fd, PROT_BUFSIZE, nullptr);
+    if (fd < 0) return nullptr;
+    protstream *s = make_stream(fd, PROT_BUFSIZE, nullptr);
+    if (s != nullptr && write == 0) orv::prot_make_reader(s);
+    return s;
 }
 
 protstream *prot_new_memory(int bufsize) noexcept {
@@ -75,6 +78,7 @@ protstream *prot_new_memory(int bufsize) noexcept {
 
 int prot_flush(protstream *s) noexcept {
     if (s == nullptr) return -1;
+    if (!s->write) return 0;
     const size_t pending = static_cast<size_t>(s->ptr - s->buf);
     if (stopped(s)) {
         reset_buffer(s);
@@ -87,7 +91,8 @@ int prot_flush(protstream *s) noexcept {
             } catch (const std::bad_alloc &) {
                 s->error = 1;
             }
-        } else if (retry_write(s->fd, s->buf, pending) < 0) {
+        } else if (s->tls != nullptr ? orv::prot_tls_write(s, s->buf, pending) < 0
+                                     : retry_write(s->fd, s->buf, pending) < 0) {
             s->error = 1;
         }
     }
@@ -177,6 +182,7 @@ void prot_memory_clear(protstream *s) noexcept {
 void prot_free(protstream *s) noexcept {
     if (s == nullptr) return;
     prot_flush(s);
+    orv::prot_tls_release(s);
     delete memory_sink(s);
     delete[] s->buf;
     delete s;

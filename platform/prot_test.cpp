@@ -105,7 +105,7 @@ TEST(Prot, DescriptorStreams) {
 }
 
 TEST(Prot, BadArguments) {
-    EXPECT_EQ(prot_new(1, 0), nullptr);  // reading streams are not built
+    EXPECT_EQ(prot_new(-1, 0), nullptr);
     EXPECT_EQ(prot_new_memory((1 << 20) + 1), nullptr);
     protstream *s = prot_new(1, 1);
     EXPECT_EQ(prot_memory_data(s, nullptr), nullptr);  // not a memory stream

@@ -20,10 +20,10 @@
  * dropped. Nothing else reports write errors, so a writer that cares checks
  * `error` (or the result of prot_flush) at the end.
  *
- * Only output is built. Reading streams (write == 0) and a TLS layer are
- * meant to be added later: `write` tells the direction, `tls` is reserved
- * for the layer's state and is always NULL today, `fd` is the descriptor the
- * layer would wrap.
+ * Reading streams (write == 0) and the TLS layer are declared in
+ * orvutil/platform/protio.h: `write` tells the direction, `tls` holds the
+ * layer's state (NULL without TLS), `fd` is the descriptor it wraps. The
+ * output functions fail (-1) on a reading stream.
  *
  * A stream is not locked; one thread uses it at a time.
  */
@@ -49,12 +49,13 @@ struct protstream {
     int write;          /* 1: output stream (the only kind built today) */
     int bufsize;        /* capacity of buf */
     void *sink;         /* memory sink, NULL for a descriptor stream */
-    void *tls;          /* reserved for a TLS layer; NULL */
+    void *tls;          /* TLS layer state, NULL without TLS */
+    int timeout;        /* read and handshake time-out in seconds; 0: none */
 };
 
-/* A new output stream over fd with a PROT_BUFSIZE buffer, or NULL when
- * memory runs out, fd < 0, or write is 0 (reading is not built yet). The
- * stream never closes fd. */
+/* A new stream over fd with a PROT_BUFSIZE buffer: an output stream, or a
+ * reading one when write is 0 (see protio.h). NULL when memory runs out or
+ * fd < 0. The stream never closes fd. */
 ORV_API struct protstream *prot_new(int fd, int write) ORV_NOEXCEPT;
 
 /* A new output stream whose flush appends to a growable memory buffer;
