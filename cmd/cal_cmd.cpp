@@ -30,6 +30,7 @@ namespace {
 
 PRFileDesc *output_fd = nullptr;
 int script_depth = 0;
+int failed_commands = 0;
 
 const char *const option_help[] = {
     "-#                           - build date",
@@ -185,6 +186,7 @@ int calcmd_Init(calcmd_tool **out, const char *program, const char *usage, int a
     *out = nullptr;
     if (!PR_Initialized()) PR_Init(PR_USER_THREAD, PR_PRIORITY_NORMAL, 0);
     start_locale();
+    failed_commands = 0;
 
     auto *tool = static_cast<calcmd_tool *>(PR_Calloc(1, sizeof(calcmd_tool)));
     if (!tool) return -1;
@@ -334,42 +336,48 @@ int calcmd_Cmds(calcmd_tool *tool, char *line) noexcept {
         calcmd::out("\n\n");
         return 1;
     }
+    int failed = 0;
     if (tool->backupEnabled && is_cmd(cmd, "backup")) {
-        if (calcmd_SetBackup(tool, tokens, argc, &index, 0) == 0 && tool->backupFn)
-            tool->backupFn(tool->backupPath, tool->backupId);
+        failed = calcmd_SetBackup(tool, tokens, argc, &index, 0);
+        if (failed == 0 && tool->backupFn) tool->backupFn(tool->backupPath, tool->backupId);
     } else if (tool->testRig && is_cmd(cmd, "date")) {
-        calcmd_SetDateFmt(tool);
+        failed = calcmd_SetDateFmt(tool);
     } else if (tool->adminEnabled && is_cmd(cmd, "admin", "administrator")) {
-        calcmd_SetAdmin(tool, tokens, argc, &index);
+        failed = calcmd_SetAdmin(tool, tokens, argc, &index);
     } else if (is_cmd(cmd, "?", "help")) {
         calcmd_Commands(tool);
     } else if (tool->hostEnabled && is_cmd(cmd, "host", "hostname")) {
-        calcmd_SetHost(tool, tokens, argc, &index);
+        failed = calcmd_SetHost(tool, tokens, argc, &index);
     } else if (is_cmd(cmd, "im", "import")) {
-        if (calcmd_SetScript(tool, tokens, argc, &index) == 0) {
+        failed = calcmd_SetScript(tool, tokens, argc, &index);
+        if (failed == 0) {
             // The tokens are cleared by the script's own lines.
             std::string path(tool->scriptPath);
-            calcmd_Import(tool, path.c_str());
+            failed = calcmd_Import(tool, path.c_str());
         }
     } else if (is_cmd(cmd, "i", "info")) {
         calcmd_Info(tool);
     } else if (tool->adminEnabled && is_cmd(cmd, "pass", "password")) {
-        calcmd_SetPassword(tool, tokens, argc, &index);
+        failed = calcmd_SetPassword(tool, tokens, argc, &index);
     } else if (tool->hostEnabled && is_cmd(cmd, "port")) {
         if (tool->adminPortEnabled)
-            calcmd_SetAdminPort(tool, tokens, argc, &index);
+            failed = calcmd_SetAdminPort(tool, tokens, argc, &index);
         else
-            calcmd_SetPort(tool, tokens, argc, &index);
+            failed = calcmd_SetPort(tool, tokens, argc, &index);
     } else if (tool->backupEnabled && is_cmd(cmd, "restore")) {
-        if (calcmd_SetRestore(tool, tokens, argc, &index, 0) == 0 && tool->restoreFn)
-            tool->restoreFn(tool->restorePath, tool->restoreId);
+        failed = calcmd_SetRestore(tool, tokens, argc, &index, 0);
+        if (failed == 0 && tool->restoreFn) tool->restoreFn(tool->restorePath, tool->restoreId);
     } else if (is_cmd(cmd, "v", "verbose")) {
         tool->verbose = calcmd_OnOff(argc > 1 ? tokens[1] : nullptr);
     } else if (cmd[0] != '\0' && tool->commandFn) {
-        if (tool->commandFn(tokens) == -1) calcmd::out("Unrecognized command, type \"help\" for a list\n");
+        failed = tool->commandFn(tokens) == -1;
+        if (failed) calcmd::out("Unrecognized command, type \"help\" for a list\n");
     }
+    if (failed) ++failed_commands;
     return 0;
 }
+
+int calcmd_FailedCommands(void) noexcept { return failed_commands; }
 
 int calcmd_Import(calcmd_tool *tool, const char *path) noexcept {
     if (!path || !tool) return 1;
@@ -385,6 +393,13 @@ int calcmd_Import(calcmd_tool *tool, const char *path) noexcept {
         std::string local(path);
         calfile_ToLocalPath(local.data());
         PRFileDesc *fd = PR_Open(local.c_str(), PR_RDONLY, 0);
+        PRFileInfo info;
+        if (fd && PR_GetOpenFileInfo(fd, &info) == PR_SUCCESS && info.type == PR_FILE_DIRECTORY) {
+            // Opening a directory succeeds; reading it would not.
+            PR_Close(fd);
+            calcmd::err("Error opening file: %s  :  %s\n", path, strerror(EISDIR));
+            return 2;
+        }
         if (!fd) {
             int e = PR_GetOSError();
             calcmd::err("Error opening file: %s  :  %s\n", path, strerror(e ? e : ENOENT));
