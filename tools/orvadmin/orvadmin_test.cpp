@@ -280,13 +280,18 @@ TEST(Orvadmin, ConfCommands) {
     EXPECT_EQ("# keep me\n\na = 3\nc = \"x y\"\n", orvtest::read_file(f));
 }
 
+// As scripts/demo runs it: on a copy of the sample file, in a zone west of UTC.
 TEST(Orvadmin, TourRunsClean) {
     const char *src = std::getenv("ORV_SOURCE_DIR");
     if (!src) src = ORV_SOURCE_TREE;
-    Result r = run({ORVADMIN_PATH, "-I", "examples/tour.orv"}, "", src);
+    orvtest::TempDir dir;
+    orvtest::write_file(dir.file("orv.conf"), orvtest::read_file(std::string(src) + "/examples/orv.conf"));
+    orvtest::ScopedEnv tz("TZ", "EST5EDT,M3.2.0,M11.1.0");
+    Result r = run({ORVADMIN_PATH, "-c", "orv.conf", "-I", std::string(src) + "/examples/tour.orv"}, "", dir.path());
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ("", r.err);
     EXPECT_TRUE(has(r.out, "Importing commands from: tour.orv\n"));
+    EXPECT_TRUE(has(r.out, "local = 1107962100 20050209T101500\n")) << r.out;
 }
 
 TEST(Orvadmin, InteractiveSessionOnTerminal) {
