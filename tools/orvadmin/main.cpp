@@ -190,12 +190,15 @@ int run(int argc, char **argv) {
             std::fprintf(stderr, "orvadmin: cannot read %s: %s\n", the_tool->scriptPath, unreadable);
             status = 2;
         } else {
-            // The frame's prompt never ends at end of input; a pipe is read
-            // here instead, up to its end.
+            // The frame's prompt never ends at end of input: a terminal gets
+            // orvadmin's own prompt, and a pipe is read up to its end.
             bool more = !script || the_tool->interactive;
-            calcmd_SetPrompt(the_tool, tty && more ? 1 : 0);
+            calcmd_SetPrompt(the_tool, 0);
             calcmd_Input(the_tool);
-            if (!tty && more) run_piped();
+            if (more && tty)
+                run_prompt(the_tool);
+            else if (more)
+                run_piped();
             status = failed || calcmd_FailedCommands() > 0 ? 1 : 0;
         }
     }

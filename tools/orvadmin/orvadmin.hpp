@@ -1,6 +1,7 @@
 // orvadmin's command table and the helpers its commands share.
 #pragma once
 
+#include "orvutil/cal_cmd.h"
 #include "orvutil/orv_defs.h"
 
 namespace orvadmin {
@@ -31,6 +32,10 @@ bool ascii_iequal(const char *a, const char *b);
 const char *why_unreadable(const char *path);
 // Arguments from index first on, joined by single blanks.
 const char *rest_of_line(int first);
+
+// The prompt on a terminal, with line editing and history, up to "quit" or
+// Ctrl-D (prompt.cpp).
+void run_prompt(calcmd_tool *tool);
 
 // Identifiers, digests and configuration settings (ident_cmds.cpp).
 int cmd_guid(int argc, char **argv);
