@@ -4,7 +4,10 @@
  * and its file read driver; the entries are edited in memory and written
  * back either through the file write driver (calconf_Flush, calconf_Close)
  * or by a safe rewrite of the whole file, sorted by name, through a
- * temporary file and a rename (calconf_CloseQuick).
+ * temporary file and a rename (calconf_CloseQuick). Both write entries
+ * only, one value each: comments, blank lines and further values are lost.
+ * To change one entry of a file that people edit, use config_file_set and
+ * config_file_delete (platform/config.h), which keep every other line.
  *
  * File syntax (read by the platform's file driver):
  *
