@@ -166,7 +166,8 @@ bool wants_usage(int argc, char **argv) {
 int run(int argc, char **argv) {
     // Typed lines are converted from the terminal's character set.
     std::setlocale(LC_CTYPE, "");
-    if (int status = apply_config_option(argc, argv)) return status;
+    const bool help = wants_usage(argc, argv);
+    if (int status = help ? 0 : apply_config_option(argc, argv)) return status;
     if (calcmd_Init(&the_tool, "orvadmin", "", argc, argv, 0, 0, option, option_help, command, command_help, nullptr,
                     nullptr) != 0) {
         std::fprintf(stderr, "orvadmin: out of memory\n");
@@ -179,7 +180,7 @@ int run(int argc, char **argv) {
 
     int status = 0;
     const char *unreadable = nullptr;
-    if (wants_usage(argc, argv)) {
+    if (help) {
         usage();
     } else if (calcmd_Ops(the_tool) != 0) {
         status = argc == 2 && std::strcmp(argv[1], "-#") == 0 ? 0 : 64;
