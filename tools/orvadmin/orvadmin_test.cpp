@@ -7,6 +7,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -323,6 +324,11 @@ Result on_terminal(const std::vector<std::string> &inputs) {
         for (size_t seen = 0; seen <= prompts && read_some();)
             for (size_t at = seen = 0; (at = r.out.find("orvadmin> ", at)) != std::string::npos; ++at) ++seen;
         ++prompts;
+        // Typed once the editor reads keys one by one: before that the
+        // terminal's line mode would take Ctrl-D and Ctrl-P itself.
+        termios mode{};
+        while (tcgetattr(fd, &mode) == 0 && (mode.c_lflag & ICANON) != 0 && read_some()) {
+        }
         EXPECT_EQ(static_cast<ssize_t>(in.size()), write(fd, in.data(), in.size()));
     }
     while (read_some()) {  // up to the tool's end
