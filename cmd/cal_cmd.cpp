@@ -29,6 +29,12 @@ namespace {
 
 PRFileDesc *output_fd = nullptr;
 int script_depth = 0;
+int failed_commands = 0;  // command lines that failed since calcmd_Init
+
+// Counts a failed command line: the status of its setter or script.
+void count_failure(int status) {
+    if (status != CALCMD_OK) ++failed_commands;
+}
 
 const char *const option_help[] = {
     "-#                           - build date",
@@ -249,7 +255,7 @@ bool command_info(calcmd_tool *tool, char **, int) {
 }
 
 bool command_date(calcmd_tool *tool, char **, int) {
-    calcmd_SetDateFmt(tool);
+    count_failure(calcmd_SetDateFmt(tool));
     return false;
 }
 
@@ -260,18 +266,20 @@ bool command_verbose(calcmd_tool *tool, char **tokens, int count) {
 
 bool command_import(calcmd_tool *tool, char **tokens, int count) {
     int index = 0;
-    if (calcmd_SetScript(tool, tokens, count, &index) == CALCMD_OK) {
+    int status = calcmd_SetScript(tool, tokens, count, &index);
+    if (status == CALCMD_OK) {
         // The tokens are cleared by the script's own lines.
         const std::string path(tool->scriptPath);
-        calcmd_Import(tool, path.c_str());
+        status = calcmd_Import(tool, path.c_str());
     }
+    count_failure(status);
     return false;
 }
 
 // With the admin-port group on, "port" sets the admin port.
 bool command_port(calcmd_tool *tool, char **tokens, int count) {
     int index = 0;
-    (tool->adminPortEnabled != 0 ? calcmd_SetAdminPort : calcmd_SetPort)(tool, tokens, count, &index);
+    count_failure((tool->adminPortEnabled != 0 ? calcmd_SetAdminPort : calcmd_SetPort)(tool, tokens, count, &index));
     return false;
 }
 
@@ -282,7 +290,9 @@ bool backup_or_restore(calcmd_tool *tool, char **tokens, int count, bool restore
                            ? [](calcmd_tool *t, char **v, int n, int *i) { return calcmd_SetRestore(t, v, n, i, 0); }
                            : [](calcmd_tool *t, char **v, int n, int *i) { return calcmd_SetBackup(t, v, n, i, 0); };
     const calcmd_backup_fn run = restore ? tool->restoreFn : tool->backupFn;
-    if (set(tool, tokens, count, &index) == CALCMD_OK && run != nullptr)
+    const int status = set(tool, tokens, count, &index);
+    count_failure(status);
+    if (status == CALCMD_OK && run != nullptr)
         run(restore ? tool->restorePath : tool->backupPath, restore ? tool->restoreId : tool->backupId);
     return false;
 }
@@ -321,7 +331,7 @@ const Command *find_command(const calcmd_tool *tool, std::string_view name) {
 bool run_command(const Command &c, calcmd_tool *tool, char **tokens, int count) {
     if (c.act != nullptr) return c.act(tool, tokens, count);
     int index = 0;  // the setter takes the token after the name
-    c.set(tool, tokens, count, &index);
+    count_failure(c.set(tool, tokens, count, &index));
     return false;
 }
 
@@ -374,6 +384,7 @@ int calcmd_Init(calcmd_tool **out, const char *program, const char *usage, int a
     *out = nullptr;
     if (PR_Initialized() == PR_FALSE) PR_Init(PR_USER_THREAD, PR_PRIORITY_NORMAL, 0);
     start_locale();
+    failed_commands = 0;
 
     auto *tool = static_cast<calcmd_tool *>(PR_Calloc(1, sizeof(calcmd_tool)));
     if (tool == nullptr) return CALCMD_E_FAIL;
@@ -488,10 +499,14 @@ int calcmd_Cmds(calcmd_tool *tool, char *line) noexcept {
     if (name[0] == '#' || name[0] == ';' || (name[0] == '/' && name[1] == '/')) return CALCMD_OK;
     if (const Command *command = find_command(tool, name))
         return run_command(*command, tool, tokens, tool->cmdvCount) ? CALCMD_QUIT : CALCMD_OK;
-    if (name[0] != '\0' && tool->commandFn != nullptr && tool->commandFn(tokens) == CALCMD_E_UNRECOGNISED)
+    if (name[0] != '\0' && tool->commandFn != nullptr && tool->commandFn(tokens) == CALCMD_E_UNRECOGNISED) {
         calcmd::out("Unrecognized command, type \"help\" for a list\n");
+        ++failed_commands;
+    }
     return CALCMD_OK;
 }
+
+int calcmd_FailedCommands(void) noexcept { return failed_commands; }
 
 int calcmd_Import(calcmd_tool *tool, const char *path) noexcept {
     if (path == nullptr || tool == nullptr) return CALCMD_IMPORT_E_PATH;
@@ -507,6 +522,13 @@ int calcmd_Import(calcmd_tool *tool, const char *path) noexcept {
         std::string local(path);
         calfile_ToLocalPath(local.data());
         PRFileDesc *fd = PR_Open(local.c_str(), PR_RDONLY, 0);
+        PRFileInfo info;
+        if (fd != nullptr && PR_GetOpenFileInfo(fd, &info) == PR_SUCCESS && info.type == PR_FILE_DIRECTORY) {
+            // Opening a directory succeeds; reading it would not.
+            PR_Close(fd);
+            calcmd::err("Error opening file: %s  :  %s\n", path, std::strerror(EISDIR));
+            return CALCMD_IMPORT_E_OPEN;
+        }
         if (fd == nullptr) {
             const int e = PR_GetOSError();
             calcmd::err("Error opening file: %s  :  %s\n", path, std::strerror(e != 0 ? e : ENOENT));

@@ -19,6 +19,8 @@
 
 #include "orv/ascii.hpp"
 #include "orv/confname.hpp"
+#include "orv/confquote.hpp"
+#include "orv/fsutil.hpp"
 #include "orv/sizes.hpp"
 #include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
@@ -67,26 +69,9 @@ void note_append(calconf_handle *h, int i) {
     }
 }
 
-bool forces_quotes(unsigned char c) {
-    switch (c) {
-        case '\t':
-        case '\n':
-        case '\r':
-        case ' ':
-        case '"':
-        case ',':
-        case '\\': return true;
-        default: return false;
-    }
-}
+bool is_escaped(unsigned char c) { return orv::conf_escape_letter(c) != 0; }
 
-bool is_escaped(unsigned char c) { return c == '"' || c == '\\' || c == '\r' || c == '\t' || c == '\n'; }
-
-bool needs_quotes(const char *value) {
-    for (const unsigned char *p = reinterpret_cast<const unsigned char *>(value); *p; ++p)
-        if (forces_quotes(*p)) return true;
-    return false;
-}
+bool needs_quotes(const char *value) { return orv::conf_needs_quotes(value); }
 
 // Appends one value, quoted and escaped when needed, at *out.
 char *put_value(char *out, const char *value) {
@@ -97,27 +82,12 @@ char *put_value(char *out, const char *value) {
     }
     *out++ = '"';
     for (const unsigned char *p = reinterpret_cast<const unsigned char *>(value); *p; ++p) {
-        if (!is_escaped(*p)) {
-            *out++ = static_cast<char>(*p);
-            continue;
-        }
-        *out++ = '\\';
-        switch (*p) {
-            case '\r': *out++ = 'r'; break;
-            case '\t': *out++ = 't'; break;
-            case '\n': *out++ = 'n'; break;
-            default: *out++ = static_cast<char>(*p);
-        }
+        const char letter = orv::conf_escape_letter(*p);
+        if (letter != 0) *out++ = '\\';
+        *out++ = letter != 0 ? letter : static_cast<char>(*p);
     }
     *out++ = '"';
     return out;
-}
-
-// A name the file syntax gives back unchanged.
-bool writable_name(const char *name) {
-    const size_t n = std::strlen(name);
-    if (n == 0 || name[0] == '#' || orv::ascii_isblank(name[0]) || orv::ascii_isblank(name[n - 1])) return false;
-    return std::strpbrk(name, "=\n\r") == nullptr;
 }
 
 void release_drivers(calconf_handle *h) {
@@ -206,7 +176,8 @@ char *calconf_GetCopy(calconf_handle *handle, const char *name) noexcept {
 }
 
 int calconf_Modify(calconf_handle *handle, const char *name, const char *value) noexcept {
-    if (handle == nullptr || name == nullptr || value == nullptr || !writable_name(name)) return CALCONF_E_FAIL;
+    if (handle == nullptr || name == nullptr || value == nullptr || !orv::conf_writable_name(name))
+        return CALCONF_E_FAIL;
     const int i = find_last(handle, name);
     if (i >= 0) {
         if (strarray_modifyat(handle->values, i, value) != 0) return CALCONF_E_FAIL;
@@ -314,17 +285,19 @@ int calconf_CloseQuick(calconf_handle **address, int noFlush) noexcept {
     int result = 0;
     if (!noFlush && h->dirty) {
         if (h->filename == nullptr) return CALCONF_E_FAIL;
-        std::string temp;
+        // A link's target is replaced, not the link.
+        std::string target, temp;
         try {
-            temp = std::string(h->filename) + ".tmp." + std::to_string(thread_id());
+            target = orv::follow_links(h->filename);
+            temp = target + ".tmp." + std::to_string(thread_id());
         } catch (const std::bad_alloc &) {
             return CALCONF_E_FAIL;
         }
-        const int fd = ::open(temp.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        const int fd = orv::open_replacement(temp, target);
         if (fd < 0) return CALCONF_E_FAIL;
         struct stat st;
         if (calconf_FlushQuick(h, fd) != 0 || sync_file(fd, 1) != 0 || ::fstat(fd, &st) != 0 ||
-            ::rename(temp.c_str(), h->filename) != 0) {
+            ::rename(temp.c_str(), target.c_str()) != 0) {
             ::unlink(temp.c_str());
             result = CALCONF_E_FAIL;
         }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <chrono>
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <string>
 #include <utility>
@@ -15,6 +17,7 @@
 
 #include "orvtest.hpp"
 #include "orvutil/cal_conf.h"
+#include "orvutil/platform/config.h"
 
 namespace {
 
@@ -166,6 +169,43 @@ TEST(CalConf, CloseQuickWritesSortedAndLeavesNoTemporary) {
     ASSERT_EQ(calconf_Modify(h, "gone", "g"), 0);
     EXPECT_EQ(calconf_CloseQuick(&h, 1), 0);  // noFlush: dropped
     EXPECT_EQ(read_file(path).find("gone"), std::string::npos);
+}
+
+// A replacement must not widen a private file, and must not turn a link to
+// the file into a file of its own: the sorted rewrite and the in-place edit.
+TEST(CalConf, ReplacementKeepsTheModeAndFollowsLinks) {
+    const std::pair<const char *, std::function<int(const char *)>> replacers[] = {
+        {"quick close",
+         [](const char *path) {
+             calconf_handle *h = nullptr;
+             if (calconf_Open(path, &h) != 0 || calconf_Modify(h, "a", "2") != 0) return -1;
+             return calconf_CloseQuick(&h, 0);
+         }},
+        {"in-place edit", [](const char *path) { return config_file_set(path, "a", "2"); }},
+    };
+    for (const auto &[label, replace] : replacers) {
+        SCOPED_TRACE(label);
+        TempDir dir;
+        const std::string real = dir.file("real.conf"), link = dir.file("link.conf");
+        write_file(real, "a = 1\n");
+        ASSERT_EQ(::chmod(real.c_str(), 0600), 0);
+        const bool root = ::geteuid() == 0;  // only root may give a file away
+        if (root) {
+            ASSERT_EQ(::chown(real.c_str(), 1, 1), 0);
+        }
+        ASSERT_EQ(::symlink("real.conf", link.c_str()), 0);
+        ASSERT_EQ(replace(link.c_str()), 0);
+        struct stat st {};
+        ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+        EXPECT_TRUE(S_ISLNK(st.st_mode));
+        ASSERT_EQ(::stat(real.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0600u);
+        if (root) {
+            EXPECT_EQ(st.st_uid, 1u);
+        }
+        EXPECT_EQ(read_file(real), "a = 2\n");
+        EXPECT_EQ(entries_in(dir.path()), 2u);  // no temporary left
+    }
 }
 
 TEST(CalConf, CloseQuickFailureKeepsTheOldFile) {

@@ -115,7 +115,7 @@ int calfile_CopyFile(const char *source, const char *destination, int noOverwrit
     if (same_file(source, destination)) return CALFILE_E_FAIL;
     PRFileDesc *in = PR_Open(source, PR_RDONLY, 0);
     if (in == nullptr) return CALFILE_E_FAIL;
-    PRFileDesc *out = PR_Open(destination, PR_RDWR | PR_CREATE_FILE | PR_TRUNCATE, 0xfff);
+    PRFileDesc *out = PR_Open(destination, PR_RDWR | PR_CREATE_FILE | PR_TRUNCATE, orvcfg::kCreateMode);
     if (out == nullptr) {
         PR_Close(in);
         return CALFILE_E_FAIL;
@@ -153,9 +153,13 @@ int calfile_RenameFile(const char *oldPath, const char *newPath) noexcept {
         ::unlink(temp.c_str());
         return CALFILE_E_FAIL;
     }
+    struct stat saved;
+    const bool have_mode = ::stat(newPath, &saved) == 0;
     PR_Delete(newPath);
     const bool renamed = PR_Rename(oldPath, newPath) == PR_SUCCESS;
-    if (!renamed) calfile_CopyFile(temp.c_str(), newPath, 0);
+    // The restored copy is a new file: give it back its old mode.
+    if (!renamed && calfile_CopyFile(temp.c_str(), newPath, 0) == 0 && have_mode)
+        ::chmod(newPath, saved.st_mode & 07777);
     PR_Delete(temp.c_str());
     return renamed ? CALFILE_OK : CALFILE_E_FAIL;
 }

@@ -8,6 +8,10 @@
 
 namespace orvcfg {
 
+// Mode for the files the family creates: the umask decides the permission
+// bits, and set-id and sticky bits are never asked for.
+constexpr PRIntn kCreateMode = 0777;
+
 // The names of dir's entries, read with the given skip flags; empty when the
 // directory cannot be opened. Listed whole first, so that the caller may
 // delete entries while walking the list.

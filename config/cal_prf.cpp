@@ -60,7 +60,7 @@ PRFileDesc *calprf_GetUniqueFileDesc(const char *directory, const char *prefix) 
     }
     if (!found) return standard_output();
     calfile_ToLocalPath(path);
-    PRFileDesc *fd = PR_Open(path, PR_RDWR | PR_CREATE_FILE | PR_SYNC, 0xfff);
+    PRFileDesc *fd = PR_Open(path, PR_RDWR | PR_CREATE_FILE | PR_SYNC, orvcfg::kCreateMode);
     return fd != nullptr ? fd : standard_output();
 }
 
@@ -85,7 +85,7 @@ void calprf_Aggregate(const char *directory, const char *target, int verbose) no
         const std::string out_path = local_path(target);
         PRFileInfo64 info;
         if (PR_GetFileInfo64(out_path.c_str(), &info) == PR_SUCCESS && info.type != PR_FILE_FILE) return;
-        const PrFile out(PR_Open(out_path.c_str(), PR_RDWR | PR_CREATE_FILE | PR_APPEND, 0xfff));
+        const PrFile out(PR_Open(out_path.c_str(), PR_RDWR | PR_CREATE_FILE | PR_APPEND, orvcfg::kCreateMode));
         if (out == nullptr) return;
         if (verbose) PR_fprintf(standard_error(), "calprf: Aggregating prf files to file %s\n", out_path.c_str());
 

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include <prio.h>
 
 #include "orvtest.hpp"
+#include "orvutil/cal_file.h"
 #include "orvutil/cal_prf.h"
 
 namespace {
@@ -70,6 +73,26 @@ TEST(CalPrf, AggregateAppendsInCaseInsensitiveOrder) {
                        "calprf: Sucking in file A.prf\ncalprf: Sucking in file b.prf\n");
     EXPECT_TRUE(std::filesystem::is_empty(dir.file("d")));
     EXPECT_TRUE(file_exists(dir.file("empty.out")));
+}
+
+// Every file the file and profiling families create: the umask decides the
+// permission bits, and no set-id or sticky bit is ever set.
+TEST(CalPrf, CreatedFilesTakeTheUmaskAndNoSpecialBits) {
+    TempDir dir;
+    write_file(dir.file("src"), "x");
+    const std::pair<const char *, std::function<void()>> creators[] = {
+        {"copy", [&] { calfile_CopyFile(dir.file("src").c_str(), dir.file("copy").c_str(), 0); }},
+        {"calprf0.prf", [&] { PR_Close(calprf_GetUniqueFileDesc(dir.path().c_str(), nullptr)); }},
+        {"all", [&] { calprf_Aggregate(dir.path().c_str(), dir.file("all").c_str(), 0); }},
+    };
+    const mode_t old = ::umask(022);
+    for (const auto &[name, create] : creators) {
+        create();
+        struct stat st {};
+        EXPECT_EQ(::stat(dir.file(name).c_str(), &st), 0) << name;
+        EXPECT_EQ(st.st_mode & 07777, 0755u) << name;
+    }
+    ::umask(old);
 }
 
 }  // namespace

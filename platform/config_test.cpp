@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 #include <atomic>
+#include <cerrno>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <thread>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "orvtest.hpp"
+#include "orvutil/cal_conf.h"
 #include "orvutil/platform/config.h"
 
 namespace {
@@ -166,7 +169,38 @@ TEST(ConfigWriteDriver, WrittenEntriesReadBackIdentically) {
 
     FileCache fc(path);
     EXPECT_EQ(fc.scan(), entries);
-    EXPECT_NE(orvtest::read_file(path).find("plain = a!b\n"), std::string::npos);
+    // The configuration files family writes the very same lines.
+    std::string lines;
+    for (const auto &e : entries) {
+        const char *values[] = {e.second[0].c_str(), nullptr};
+        char *line = calconf_File_Converttoline(e.first.c_str(), values, 1);
+        lines += line;
+        std::free(line);
+    }
+    EXPECT_EQ(orvtest::read_file(path), lines);
+    EXPECT_NE(lines.find("plain = a!b\n"), std::string::npos);
+}
+
+// Edits change the named entry's lines and keep every other byte.
+TEST(ConfigFileEdit, EditsInPlaceKeepingEverythingElse) {
+    orvtest::TempDir dir;
+    const std::string path = dir.file("e.conf");
+    orvtest::write_file(path,
+                        "# site\r\n\r\n  Dup = first\r\nlist = one\r\n ,\"two, 2\"\r\n# between\r\n ,three\r\n"
+                        "broken line\r\ndup = second\r\n ,more\r\nq = \"a \\\"b\\\"\"");  // no line end at the end
+    EXPECT_EQ(config_file_set(path.c_str(), "DUP", "x y"), 0);  // the last "dup", continuation gone
+    EXPECT_EQ(config_file_set(path.c_str(), "new", "a\tb"), 0);
+    EXPECT_EQ(config_file_delete(path.c_str(), "list"), 0);
+    EXPECT_EQ(config_file_set(path.c_str(), "#x", "1"), -1);
+    EXPECT_EQ(config_file_delete(path.c_str(), "none"), 1);
+    EXPECT_EQ(orvtest::read_file(path),
+              "# site\r\n\r\n  Dup = first\r\n# between\r\nbroken line\r\ndup = \"x y\"\r\nq = \"a \\\"b\\\"\"\r\n"
+              "new = \"a\\tb\"\r\n");
+    EXPECT_EQ(config_file_delete(path.c_str(), "dup"), 0);  // every entry of the name
+    FileCache fc(path);
+    EXPECT_EQ(fc.scan(), (Entries{{"q", {"a \"b\""}}, {"new", {"a\tb"}}}));
+    EXPECT_EQ(config_file_delete(dir.file("none").c_str(), "a"), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(ConfigCache, LaterDriversWinAndReportChanges) {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "orv/ascii.hpp"
+#include "orv/confquote.hpp"
 
 namespace {
 
@@ -43,40 +44,12 @@ char *parse_value(char *line, size_t len, size_t i, const char **why) {
             *w = '\0';
             return value;
         }
-        if (c == '\\' && i + 1 < len) {
-            c = line[++i];
-            switch (c) {
-                case 'n': c = '\n'; break;
-                case 'r': c = '\r'; break;
-                case 't': c = '\t'; break;
-                default: break;  // \" \\ and any other pair stand for the second character
-            }
-        }
+        if (c == '\\' && i + 1 < len) c = orv::conf_unescape(line[++i]);
         *w++ = c;
     }
     *why = "unterminated quote";
     return nullptr;
 }
-
-bool needs_quotes(std::string_view value) {
-    for (char c : value) {
-        switch (c) {
-            case '\t':
-            case '\n':
-            case '\r':
-            case ' ':
-            case '"':
-            case ',':
-            case '\\': return true;
-            default: break;
-        }
-    }
-    return false;
-}
-
-}  // namespace
-
-namespace {
 
 // One line of n bytes; line[n] is the line's end (newline, carriage return,
 // or the spare byte after the text) and may be overwritten.
@@ -132,22 +105,7 @@ void parse_config_text(char *text, size_t len, ConfigSink &sink) {
 std::string format_config_line(std::string_view name, std::string_view value) {
     std::string line(name);
     line += " = ";
-    if (!needs_quotes(value)) {
-        line += value;
-    } else {
-        line += '"';
-        for (char c : value) {
-            switch (c) {
-                case '"': line += "\\\""; break;
-                case '\\': line += "\\\\"; break;
-                case '\r': line += "\\r"; break;
-                case '\t': line += "\\t"; break;
-                case '\n': line += "\\n"; break;
-                default: line += c;
-            }
-        }
-        line += '"';
-    }
+    orv::conf_append_value(line, value);
     line += '\n';
     return line;
 }

@@ -10,8 +10,10 @@
  *     calcmd_Init(&tool, "mytool", "[file]", argc, argv, 0, 0,
  *                 my_options, NULL, my_commands, NULL, NULL, NULL);
  *     calcmd_EnableHost(tool, "localhost", "80");     (optional groups)
- *     if (calcmd_Ops(tool) == 0)
- *         calcmd_Input(tool);                          (script, then prompt)
+ *     if (calcmd_Ops(tool) == 0) {
+ *         calcmd_SetPrompt(tool, isatty(0));       (see calcmd_Prompt)
+ *         calcmd_Input(tool);                      (script, then prompt)
+ *     }
  *     calcmd_Exit(&tool);
  *
  * Output: the help, info, import banner, script echo and the
@@ -158,19 +160,32 @@ ORV_API int calcmd_Ops(calcmd_tool *tool) ORV_NOEXCEPT;
  * the prompt when interactive. Returns 0. */
 ORV_API int calcmd_Input(calcmd_tool *tool) ORV_NOEXCEPT;
 /* Prompt loop on standard input; returns 0 only after "quit". End of input
- * does not end it (the prompt is shown again): feed it a "quit". Each line
+ * does not end it, as designed: the prompt is shown again at once, so at
+ * the end of a pipe or a file the loop spins at full CPU for ever. Turn the
+ * prompt on only when standard input is a terminal (calcmd_SetPrompt(tool,
+ * isatty(0)) before calcmd_Input) and read other input yourself, line by
+ * line through calcmd_Cmds, up to its end. Each line
  * is converted from the character set of the C locale's LC_CTYPE to UTF-8
  * (MEE_LocalToUTF8); a line that does not convert is run as typed. */
 ORV_API int calcmd_Prompt(calcmd_tool *tool) ORV_NOEXCEPT;
 /* Runs one command line (modified in place). Returns CALCMD_QUIT after
  * "quit", else 0 (also when the command failed). */
 ORV_API int calcmd_Cmds(calcmd_tool *tool, char *line) ORV_NOEXCEPT;
+/* The number of command lines that failed since calcmd_Init: a common
+ * command that refused its argument (host, port, admin, password, date,
+ * backup, restore, import without a script), an import whose script could
+ * not be run, and a line the tool's command callback did not recognise (it
+ * returned -1). calcmd_Cmds itself returns 0 for them, as the loop goes on;
+ * tools read this for their exit status. Failures inside the tool's own
+ * commands are the tool's to count. */
+ORV_API int calcmd_FailedCommands(void) ORV_NOEXCEPT;
 /* Tokenizes line (trailing white space is cut in place). *rest receives the
  * raw text from the second token on, or NULL. Returns 0; CALCMD_PARSE_E_ARG
  * for a NULL tool, line or rest; CALCMD_PARSE_E_BLANK for a blank line. */
 ORV_API int calcmd_Parse(calcmd_tool *tool, char *line, char **rest) ORV_NOEXCEPT;
 /* Runs a script. Returns 0; CALCMD_IMPORT_E_PATH for a NULL path (or when
- * memory runs out); CALCMD_IMPORT_E_OPEN when it cannot be opened;
+ * memory runs out); CALCMD_IMPORT_E_OPEN when it cannot be opened
+ * or is a directory;
  * CALCMD_IMPORT_E_CLOSE when it cannot be closed; CALCMD_IMPORT_E_DEPTH when
  * scripts are nested too deeply. */
 ORV_API int calcmd_Import(calcmd_tool *tool, const char *path) ORV_NOEXCEPT;

@@ -4,7 +4,10 @@
  * and its file read driver; the entries are edited in memory and written
  * back either through the file write driver (calconf_Flush, calconf_Close)
  * or by a safe rewrite of the whole file, sorted by name, through a
- * temporary file and a rename (calconf_CloseQuick).
+ * temporary file and a rename (calconf_CloseQuick). Both write entries
+ * only, one value each: comments, blank lines and further values are lost.
+ * To change one entry of a file that people edit, use config_file_set and
+ * config_file_delete (platform/config.h), which keep every other line.
  *
  * File syntax (read by the platform's file driver):
  *
@@ -100,8 +103,11 @@ ORV_API int calconf_FlushQuick(calconf_handle *handle, int fd) ORV_NOEXCEPT;
 ORV_API int calconf_Close(calconf_handle **address, int noFlush) ORV_NOEXCEPT;
 /* Releases the drivers, and unless noFlush, when the handle is dirty,
  * rewrites the file safely: the entries go to "<file>.tmp.<thread id>"
- * beside the file (created with mode 0666 trimmed by the umask), which is
- * forced to disk and renamed over the file. The old file stays whole until
+ * beside the file, which is forced to disk and renamed over the file. The
+ * replacement keeps the old file's permission bits (and its owner and group
+ * where the process may set them; a new file gets 0666 trimmed by the
+ * umask), and a symbolic link is followed: its target is replaced and the
+ * link stays. The old file stays whole until
  * that rename. If the temporary cannot be created, -1 is returned with the
  * handle kept (its drivers released) and *address unchanged: close it again
  * to free it. If a later step fails the temporary is removed, the old file

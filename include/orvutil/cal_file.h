@@ -32,7 +32,7 @@ ORV_API void calfile_UnixToDosPath(char *path) ORV_NOEXCEPT;
 
 /* Copies a regular file. With noOverwrite non-zero an existing destination
  * makes it fail untouched. The destination is created or truncated with
- * permission bits 07777 trimmed by the umask, and the source is copied in
+ * permission bits 0777 trimmed by the umask (never set-id or sticky bits), and the source is copied in
  * chunks of at most 4096 bytes up to the size it had when the copy began.
  * -1 when the source is missing, unreadable or not a regular file, when the
  * destination cannot be opened, on a read or write error, and when the

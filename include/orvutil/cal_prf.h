@@ -24,7 +24,7 @@ struct PRFileDesc;
 /* Opens a new profiling file: the first of directory/<prefix>0.prf,
  * directory/<prefix>1.prf, ... that does not exist (prefix "calprf" when NULL
  * or empty; N has at most four digits), read-write, created, with
- * synchronous writes and permission bits 07777 trimmed by the umask. Never
+ * synchronous writes and permission bits 0777 trimmed by the umask. Never
  * NULL: NSPR's standard output descriptor is returned for a NULL directory,
  * when the path does not fit CALPRF_PATH_SIZE, when every number from 0 to
  * 9999 is taken, or when the open fails. Close the descriptor with PR_Close
@@ -37,8 +37,9 @@ ORV_API struct PRFileDesc *calprf_GetUniqueFileDesc(const char *directory, const
  * directory does nothing. */
 ORV_API void calprf_Initialize(const char *directory, int verbose) ORV_NOEXCEPT;
 
-/* Appends to target (created when missing; nothing is done when it exists
- * and is not a regular file) every entry of directory whose name contains
+/* Appends to target (created when missing, with permission bits 0777
+ * trimmed by the umask; nothing is done when it exists and is not a regular
+ * file) every entry of directory whose name contains
  * ".prf", in name order ignoring ASCII case, with nothing between them. Each
  * entry is opened by its bare name, relative to the current directory, so
  * run it from the profiling directory (or pass "."); a name that cannot be

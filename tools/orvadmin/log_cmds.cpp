@@ -60,7 +60,10 @@ int cmd_log(int argc, char **argv) {
         if (lines.size() >= static_cast<size_t>(count)) break;
         found = prepend_tail(rolled, static_cast<size_t>(count) - lines.size(), lines) || found;
     }
-    if (!found) return fail("log", "cannot read %s", file.c_str());
+    if (!found) {
+        const char *why = why_unreadable(file.c_str());
+        return fail("log", "cannot read %s: %s", file.c_str(), why != nullptr ? why : "no log there");
+    }
     for (const auto &line : lines) out("%s\n", line.c_str());
     return 0;
 }

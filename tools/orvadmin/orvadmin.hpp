@@ -1,6 +1,7 @@
 // orvadmin's command table and the helpers its commands share.
 #pragma once
 
+#include "orvutil/cal_cmd.h"
 #include "orvutil/orv_defs.h"
 
 namespace orvadmin {
@@ -16,13 +17,26 @@ struct Command {
     const char *usage;  // "name ARG..." for the help list and usage errors
     const char *help;
     Run run;
+    int maxArgs = -1;  // arguments allowed after the name; -1: any number
 };
 
 // Results to the tool output; failures to standard error ("name: text\n").
 void out(const char *fmt, ...) ORV_PRINTF(1, 2);
 int fail(const char *command, const char *fmt, ...) ORV_PRINTF(2, 3);
+// Says on standard error ("name: text\n") that part of the input is ignored,
+// without failing the command.
+void note(const char *command, const char *fmt, ...) ORV_PRINTF(2, 3);
+// Equal ignoring ASCII case, as command and configuration names compare.
+bool ascii_iequal(const char *a, const char *b);
+// Why path cannot be read as a file (the system's error text; a directory
+// gives EISDIR's), or NULL when it can.
+const char *why_unreadable(const char *path);
 // Arguments from index first on, joined by single blanks.
 const char *rest_of_line(int first);
+
+// The prompt on a terminal, with line editing and history, up to "quit" or
+// Ctrl-D (prompt.cpp).
+void run_prompt(calcmd_tool *tool);
 
 // Identifiers, digests and configuration settings (ident_cmds.cpp).
 int cmd_guid(int argc, char **argv);

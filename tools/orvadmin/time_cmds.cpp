@@ -1,4 +1,6 @@
 // orvadmin commands on dates, durations and periods.
+#include <cstring>
+
 #include "orvadmin.hpp"
 #include "orvutil/cal_time.h"
 
@@ -20,6 +22,10 @@ void print_instant(const char *name, time_t t, bool utc, bool dateOnly) {
 }  // namespace
 
 int cmd_when(int, char **argv) {
+    // Only a lone 'Z' after the 15 characters of a date-time is read.
+    const size_t len = std::strlen(argv[1]);
+    if (len > 15 && !(len == 16 && argv[1][15] == 'Z'))
+        note(argv[0], "the text after the 15th character is ignored: %s", argv[1] + 15);
     time_t utc = 0, local = 0;
     int dateOnly = 0;
     if (!cal_time_isValidDateOrDateTimeString(argv[1]) || cal_time_datez_to_gmt_timet(argv[1], &utc, &dateOnly) != 0 ||
@@ -43,6 +49,8 @@ int cmd_dur(int, char **argv) {
 int cmd_add(int, char **argv) {
     duration d{};
     if (cal_time_buf_to_duration(argv[1], &d) != 0) return fail(argv[0], "invalid duration: %s", argv[1]);
+    if (std::strlen(argv[2]) == 16 && argv[2][15] == 'Z')
+        note(argv[0], "the 'Z' is ignored: the duration is added to the time as a floating local time");
     char result[CAL_TIME_DATE_SIZE];
     char *resultp = result;
     time_t t = 0;

@@ -1,6 +1,7 @@
 // orvadmin commands on URLs and query strings.
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "orvadmin.hpp"
 #include "orvutil/cal_dict.h"
@@ -18,11 +19,25 @@ void print_pairs(const caldict *d) {
             or_empty(static_cast<const char *>(caldict_get_indexed_value(d, i))));
 }
 
+// The port as written in an http URL's authority, or empty.
+std::string port_text(const std::string &url) {
+    const size_t start = url.find("://");
+    if (start == std::string::npos) return "";
+    std::string authority = url.substr(start + 3, url.find_first_of("/?#", start + 3) - (start + 3));
+    const size_t at = authority.rfind('@');
+    if (at != std::string::npos) authority.erase(0, at + 1);
+    const size_t colon = authority.rfind(':');
+    if (colon == std::string::npos || authority.find(']', colon) != std::string::npos) return "";  // [v6 address]
+    return authority.substr(colon + 1);
+}
+
 }  // namespace
 
 int cmd_url(int, char **argv) {
     URL *url = URLCreate(argv[1]);
     if (!url) return fail(argv[0], "out of memory");
+    const std::string port = port_text(argv[1]);
+    if (URLGetPort(url) <= 0 && !port.empty()) note(argv[0], "the port %s does not fit and is ignored", port.c_str());
     out("protocol = %s\nuser = %s\npassword = %s\nhost = %s\nport = %d\npath = %s\nfragment = %s\n",
         or_empty(URLGetProtocolString(url)), or_empty(URLGetUser(url)), or_empty(URLGetPassword(url)),
         or_empty(URLGetHost(url)), URLGetPort(url), or_empty(url->path), or_empty(URLGetExtra(url)));

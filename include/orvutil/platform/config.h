@@ -101,6 +101,32 @@ ORV_API int config_scan_config(config_cache *cache, config_scanproc proc, int fl
 ORV_API config_readdriver *config_readdriver_fileinit(const char *path) ORV_NOEXCEPT;
 ORV_API config_writedriver *config_writedriver_fileinit(const char *path) ORV_NOEXCEPT;
 
+/* In-place edits of a configuration file, for administration tools. Only
+ * the named entry's lines change: every other byte (comments, blank lines,
+ * malformed lines, the order, other entries with their continuation lines,
+ * the line ends) is kept, which the cache's write driver, writing entries
+ * only, does not do. Names compare as configuration names; values are
+ * quoted as the write driver quotes them. The file is replaced through
+ * "<file>.tmp.<thread id>" beside it, forced to disk and renamed, so a
+ * crash leaves the old or the new file; the replacement keeps the file's
+ * permission bits (and its owner and group where the process may set them),
+ * and a symbolic link is followed: its target is replaced, the link stays.
+ *
+ * config_file_set: the last entry called name (the one look-ups see) gets
+ * value as its only value: its first line is rewritten with its indentation
+ * and the name as spelt there, its continuation lines go. Without such an
+ * entry "name = value" is added at the end (with the line end the file's
+ * first line uses), the file being created (mode 0666 less the umask) when
+ * missing. 0, or -1 with errno set: EINVAL for a NULL argument or a name the
+ * syntax cannot give back (empty, starting with '#' or a blank, ending with
+ * a blank, or holding '=', CR or LF); otherwise the system's error.
+ *
+ * config_file_delete: removes every entry called name with its
+ * continuation lines. 0; 1 when no entry has that name (the file is left
+ * alone); -1 with errno set (EINVAL for a NULL argument). */
+ORV_API int config_file_set(const char *path, const char *name, const char *value) ORV_NOEXCEPT;
+ORV_API int config_file_delete(const char *path, const char *name) ORV_NOEXCEPT;
+
 /* The first value of the last entry called key, or def when there is none
  * (or cache is NULL). The text belongs to the cache: it stays valid until
  * config_freecache, and for the default cache for the life of the process. */
