@@ -7,6 +7,7 @@
 #include "orvutil/platform/array.h"
 #include "orvutil/platform/config.h"
 #include "orvutil/platform/mee.h"
+#include "orvutil/platform/pidfile.h"
 #include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
 #include "orvutil/platform/zolog.h"
@@ -32,6 +33,7 @@
 #include "orvutil/cal_file.h"
 #include "orvutil/cal_i18n.h"
 #include "orvutil/cal_prf.h"
+#include "orvutil/cal_service.h"
 
 /* Services and processes. */
 
