@@ -34,6 +34,7 @@
 #include "orvutil/cal_i18n.h"
 #include "orvutil/cal_prf.h"
 #include "orvutil/cal_service.h"
+#include "orvutil/cal_exec.h"
 
 /* Services and processes. */
 
