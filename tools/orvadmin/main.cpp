@@ -39,6 +39,12 @@ const Command commands[] = {
     {"version", 0, "version", "product and version banner", cmd_version},
     {"setting", 1, "setting name", "a value of the configuration file", cmd_setting},
     {"conf", 2, "conf list|get|set|del file ...", "list, read, set or delete entries of a file", cmd_conf},
+    {"status", 1, "status service", "a service's state, pid and children", cmd_status},
+    {"wait", 3, "wait service ready|stopped seconds", "wait until a service is ready or stopped", cmd_wait},
+    {"refresh", 1, "refresh service", "make a service reload its configuration and logs", cmd_refresh},
+    {"stop", 2, "stop service seconds", "stop a service, forcing it after the time given", cmd_stop},
+    {"start", 1, "start program [args]", "start a program in the background", cmd_start},
+    {"ps", 0, "ps [name]", "running processes, or those of one name", cmd_ps},
 };
 
 calcmd_tool *the_tool = nullptr;
@@ -63,15 +69,6 @@ const char *const own_commands[] = {
 
 void print_lines(const char *const *lines) {
     for (; *lines; ++lines) out("%s\n", *lines);
-}
-
-bool ascii_iequal(const char *a, const char *b) {
-    for (; *a && *b; ++a, ++b) {
-        char x = (*a >= 'A' && *a <= 'Z') ? static_cast<char>(*a + 32) : *a;
-        char y = (*b >= 'A' && *b <= 'Z') ? static_cast<char>(*b + 32) : *b;
-        if (x != y) return false;
-    }
-    return *a == *b;
 }
 
 void option_help() {
@@ -200,6 +197,15 @@ int fail(const char *command, const char *fmt, ...) {
 }
 
 const char *rest_of_line(int first) { return calcmd_ReadToEOL(the_tool, first); }
+
+bool ascii_iequal(const char *a, const char *b) {
+    for (; *a && *b; ++a, ++b) {
+        char x = (*a >= 'A' && *a <= 'Z') ? static_cast<char>(*a + 32) : *a;
+        char y = (*b >= 'A' && *b <= 'Z') ? static_cast<char>(*b + 32) : *b;
+        if (x != y) return false;
+    }
+    return *a == *b;
+}
 
 }  // namespace orvadmin
 

@@ -22,6 +22,8 @@ void out(const char *fmt, ...) ORV_PRINTF(1, 2);
 int fail(const char *command, const char *fmt, ...) ORV_PRINTF(2, 3);
 // Arguments from index first on, joined by single blanks.
 const char *rest_of_line(int first);
+// Equality ignoring ASCII case, whatever the locale.
+bool ascii_iequal(const char *a, const char *b);
 
 // Identifiers, digests and configuration settings (ident_cmds.cpp).
 int cmd_guid(int argc, char **argv);
@@ -46,5 +48,13 @@ int cmd_query(int argc, char **argv);
 
 // Configuration files (conf_cmds.cpp).
 int cmd_conf(int argc, char **argv);
+
+// Services and processes (service_cmds.cpp).
+int cmd_status(int argc, char **argv);
+int cmd_wait(int argc, char **argv);
+int cmd_refresh(int argc, char **argv);
+int cmd_stop(int argc, char **argv);
+int cmd_start(int argc, char **argv);
+int cmd_ps(int argc, char **argv);
 
 }  // namespace orvadmin
