@@ -31,7 +31,7 @@ struct Instance {
     }
 };
 
-TEST(CalService, StatesAndBoundedWaits) {
+TEST(CalService, StatesAndThePollStep) {
     Instance in;
     orvtest::LogCapture log;
     const std::string me = std::to_string(getpid());
@@ -60,17 +60,6 @@ TEST(CalService, StatesAndBoundedWaits) {
     EXPECT_EQ(elapsed, 3);
     EXPECT_EQ(calservice_wait_sleep(2, &elapsed), -1);
     EXPECT_EQ(elapsed, 3);
-
-    // "Ready" is not ready, and the file is still there: both waits time out
-    // after one step; once the file says "ready" or is gone they end at once.
-    int32_t pid = 0;
-    EXPECT_EQ(calservice_wait_ready("svc", 0, &pid), -1);
-    EXPECT_EQ(calservice_wait_stopped("svc", 0), -1);
-    ASSERT_EQ(calservice_set_ready("svc"), 0);
-    EXPECT_EQ(calservice_wait_ready("svc", 0, &pid), 0);
-    EXPECT_EQ(pid, getpid());
-    ASSERT_EQ(calservice_set_stopped("svc"), 0);
-    EXPECT_EQ(calservice_wait_stopped("svc", 0), 0);
 }
 
 TEST(CalService, RefreshIsTheOnlyCommand) {

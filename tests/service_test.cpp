@@ -3,9 +3,6 @@
 // way. One-second poll steps keep each case within seconds.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -33,25 +30,6 @@ bool dead(int pid) {
     return stat.empty() || (paren != std::string::npos && stat.compare(paren, 3, ") Z") == 0);
 }
 
-// One line to the service, its answer.
-std::string ask(int port, const std::string &line) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    std::string reply;
-    timeval tv{20, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
-        send(fd, (line + "\n").data(), line.size() + 1, 0) > 0) {
-        char c;
-        while (recv(fd, &c, 1, 0) == 1 && c != '\n') reply += c;
-    }
-    close(fd);
-    return reply;
-}
-
 // An instance directory with its configuration, made the test's default,
 // and orvsvcd running in it under the given service name.
 class Service {
@@ -61,12 +39,10 @@ class Service {
         orvtest::write_file(
             conf_, "local.instancedir = " + dir_.path() + "\nservice.admin.sleeptime = 1\nlogfile.loglevel = Debug\n");
         config_setdefaultfile(conf_.c_str());
-        port_ = orvtest::free_port();
-        args.insert(args.begin(), {ORVSVCD_PATH, "-c", conf_, "-n", name, "-p", std::to_string(port_)});
+        args.insert(args.begin(), {ORVSVCD_PATH, "-c", conf_, "-n", name});
         child_ = std::make_unique<orvtest::Child>(args, orvtest::Child::Options{{}, dir_.file("out"), ""});
     }
     const std::string &name() const { return name_; }
-    int port() const { return port_; }
     int pid() const { return child_->pid(); }
     orvtest::Child &child() { return *child_; }
     std::string log() const { return orvtest::read_file(dir_.file("logs/" + name_ + ".log")); }
@@ -94,16 +70,13 @@ class Service {
   private:
     orvtest::TempDir dir_;
     std::string name_, conf_;
-    int port_;
     std::unique_ptr<orvtest::Child> child_;
 };
 
-TEST(Service, WaitsTalkRefreshAndACleanStop) {
+TEST(Service, WaitsRefreshAndACleanStop) {
     Service svc("svc", {"-s", "2", "-w", "2"});
     EXPECT_EQ(calservice_wait_ready("svc", 0, nullptr), -1);  // still "init"
     ASSERT_TRUE(svc.ready(2));
-    EXPECT_EQ(ask(svc.port(), "hello"), "ok hello");
-    EXPECT_EQ(ask(svc.port(), "stats").rfind("requests=1 refreshes=0 uptime=", 0), 0u);
 
     // Every process of the group gets the refresh.
     ASSERT_EQ(calservice_signal("svc", "refresh"), 0);
@@ -117,7 +90,6 @@ TEST(Service, WaitsTalkRefreshAndACleanStop) {
         },
         seconds(30)))
         << svc.log();
-    EXPECT_EQ(ask(svc.port(), "stats").rfind("requests=2 refreshes=1 ", 0), 0u);
 
     EXPECT_EQ(calservice_wait_stopped("svc", 0), -1);
     const int pid = svc.pid();
@@ -125,7 +97,7 @@ TEST(Service, WaitsTalkRefreshAndACleanStop) {
     EXPECT_EQ(calservice_wait_stopped("svc", 0), 0);  // removed by the service itself
     EXPECT_EQ(svc.child().wait(seconds(1)), 0);
     for (int w : workers) EXPECT_TRUE(dead(w));
-    EXPECT_NE(svc.log().find("stopping: 3 requests served"), std::string::npos);
+    EXPECT_NE(svc.log().find("stopped"), std::string::npos);
 }
 
 // Stops that end in SIGKILL: the service or its workers ignore SIGTERM, or

@@ -10,8 +10,8 @@
  *
  * Waits are counted in poll steps, not by the clock: each step sleeps the
  * configured "service.admin.sleeptime" (default 1 second, read at every
- * step) and a step taken when the elapsed count equals the limit still
- * sleeps, so a wait may last up to one interval beyond its limit.
+ * step; a value below 1 counts as 1, or a wait would never end) and a step taken when the elapsed count equals the
+ * limit still sleeps, so a wait may last up to one interval beyond its limit.
  *
  * Log levels: 2 fatal, 3 error, 4 warning, 37 the "result=OK" line of a
  * refresh.
