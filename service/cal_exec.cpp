@@ -49,9 +49,9 @@ int32_t hand_out(calexec_proclist *list, uint32_t index, int32_t *pid, char **na
 
 // Reads at most 4095 bytes of /proc/<pid>/stat; false when it cannot be
 // opened (the process is gone, or hidden from us).
-bool read_stat(const char *pid, char (&buf)[4096]) {
+bool read_stat(int pid, char (&buf)[4096]) {
     char path[64];
-    std::snprintf(path, sizeof path, "/proc/%s/stat", pid);
+    std::snprintf(path, sizeof path, "%s/%d/stat", "/proc", pid);
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     ssize_t n;
@@ -183,14 +183,15 @@ int32_t calexec_get_process_info(calexec_proc *records, int32_t capacity) noexce
         const struct dirent *e = ::readdir(dir);
         if (e == nullptr) break;
         if (!orv::ascii_isdigit(static_cast<unsigned char>(e->d_name[0]))) continue;
+        const int pid = std::atoi(e->d_name);
         char stat[4096];
-        if (!read_stat(e->d_name, stat)) continue;
+        if (!read_stat(pid, stat)) continue;
         const char *open = std::strchr(stat, '(');
         const char *close = open ? std::strrchr(open, ')') : nullptr;
         if (open == nullptr) continue;
         if (close == nullptr) close = open + std::strlen(open);
         calexec_proc &r = records[count];
-        r.pid = std::atoi(e->d_name);
+        r.pid = pid;
         const size_t len = std::min<size_t>(static_cast<size_t>(close - open - 1), sizeof r.name - 1);
         std::memcpy(r.name, open + 1, len);
         r.name[len] = '\0';
