@@ -3,6 +3,7 @@
 #include "orvutil/cal_time.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -12,9 +13,9 @@
 
 #include <plstr.h>
 #include <prmem.h>
-#include <prtime.h>
 
 #include "orv/ascii.hpp"
+#include "orv/civil.hpp"
 #include "orvutil/platform/sys.h"
 
 extern "C" {
@@ -32,33 +33,72 @@ constexpr time_t kLastInstant = 253402300799;
 // ---------------------------------------------------------------------------
 // Formatting
 
-// Local-time parameters from the platform's 64-bit local time. NSPR's own
-// local parameters are used inside the 32-bit range only: beyond it they
-// drop summer time and later offset changes.
-PRTimeParameters PR_CALLBACK wide_local_parameters(const PRExplodedTime *gmt) {
-    PRTimeParameters params = {0, 0};
-    const time_t secs = static_cast<time_t>(PR_ImplodeTime(gmt) / PR_USEC_PER_SEC);
-    struct tm local;
-    if (mtlocaltime(&secs, &local) != nullptr) params.tp_gmt_offset = static_cast<PRInt32>(local.tm_gmtoff);
-    return params;
+// The broken-down fields a formatter writes.
+struct Clock {
+    int64_t year;
+    int month, day, hour, minute, second;
+};
+
+// UTC straight from the day count: no C library call, no time zone lock.
+Clock utc_clock(time_t t) {
+    const int64_t days = orv::floor_div(t, 86400);
+    const int second_of_day = static_cast<int>(t - days * 86400);
+    Clock c;
+    orv::civil_from_days(days, &c.year, &c.month, &c.day);
+    c.hour = second_of_day / 3600;
+    c.minute = second_of_day / 60 % 60;
+    c.second = second_of_day % 60;
+    return c;
+}
+
+// Local time with one look-up in the platform's 64-bit local time, summer
+// time included in every year. An instant it cannot convert is written as
+// UTC (offset 0) rather than failing.
+Clock local_clock(time_t t) {
+    struct tm tm;
+    if (mtlocaltime(&t, &tm) == nullptr) return utc_clock(t);
+    return {static_cast<int64_t>(tm.tm_year) + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec};
+}
+
+// "00" to "99", two characters each: one load per pair instead of a
+// division.
+constexpr auto kDigitPairs = [] {
+    std::array<char, 200> pairs{};
+    for (int i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}();
+
+// Writes value, 0 to 99, as two digits.
+char *put2(char *out, int value) {
+    std::memcpy(out, &kDigitPairs[2 * value], 2);
+    return out + 2;
 }
 
 enum class Zone { local, utc };
+enum class Form { date, date_time, date_time_z };
 
-int format_time(time_t t, char *buf, PRUint32 size, const char *format, Zone zone) {
+// "YYYYMMDD", then "THHMMSS" and "Z" as the form asks. Returns the
+// character count, or 0 with an empty string when the year in that zone
+// does not have four digits.
+int format_time(time_t t, char *buf, Zone zone, Form form) {
     if (buf == nullptr) return 0;
     buf[0] = '\0';
-    // The range test also keeps the microsecond count inside 64 bits.
     if (t < kFirstInstant || t > kLastInstant) return 0;
-    PRTimeParamFn params = PR_GMTParameters;
-    if (zone == Zone::local)
-        params = (t >= INT32_MIN && t <= INT32_MAX) ? PR_LocalTimeParameters : wide_local_parameters;
-    PRExplodedTime exploded;
-    PR_ExplodeTime(static_cast<PRTime>(t) * PR_USEC_PER_SEC, params, &exploded);
-    if (exploded.tm_year < 1 || exploded.tm_year > 9999 || exploded.tm_mday < 1) return 0;
-    const PRUint32 written = PR_FormatTimeUSEnglish(buf, size, format, &exploded);
-    if (written == 0) buf[0] = '\0';
-    return static_cast<int>(written);
+    const Clock c = zone == Zone::utc ? utc_clock(t) : local_clock(t);
+    if (c.year < 1 || c.year > 9999) return 0;
+    const int year = static_cast<int>(c.year);
+    char *out = put2(put2(buf, year / 100), year % 100);
+    out = put2(put2(out, c.month), c.day);
+    if (form != Form::date) {
+        *out++ = 'T';
+        out = put2(put2(put2(out, c.hour), c.minute), c.second);
+        if (form == Form::date_time_z) *out++ = 'Z';
+    }
+    *out = '\0';
+    return static_cast<int>(out - buf);
 }
 
 // ---------------------------------------------------------------------------
@@ -246,25 +286,15 @@ extern "C" {
 // ---------------------------------------------------------------------------
 // Date-time strings and conversions
 
-int cal_time_timet_to_date(time_t t, char *buf) noexcept {
-    return format_time(t, buf, CAL_TIME_DATE_SIZE, "%Y%m%dT%H%M%S", Zone::local);
-}
+int cal_time_timet_to_date(time_t t, char *buf) noexcept { return format_time(t, buf, Zone::local, Form::date_time); }
 
-int cal_time_timet_to_gmtdate(time_t t, char *buf) noexcept {
-    return format_time(t, buf, CAL_TIME_DATE_SIZE, "%Y%m%dT%H%M%S", Zone::utc);
-}
+int cal_time_timet_to_gmtdate(time_t t, char *buf) noexcept { return format_time(t, buf, Zone::utc, Form::date_time); }
 
-int cal_time_timet_to_datez(time_t t, char *buf) noexcept {
-    return format_time(t, buf, CAL_TIME_DATEZ_SIZE, "%Y%m%dT%H%M%SZ", Zone::utc);
-}
+int cal_time_timet_to_datez(time_t t, char *buf) noexcept { return format_time(t, buf, Zone::utc, Form::date_time_z); }
 
-int cal_time_timet_to_dateAllDay(time_t t, char *buf) noexcept {
-    return format_time(t, buf, CAL_TIME_ALLDAY_SIZE, "%Y%m%d", Zone::local);
-}
+int cal_time_timet_to_dateAllDay(time_t t, char *buf) noexcept { return format_time(t, buf, Zone::local, Form::date); }
 
-int cal_time_timet_to_datezAllDay(time_t t, char *buf) noexcept {
-    return format_time(t, buf, CAL_TIME_ALLDAY_SIZE, "%Y%m%d", Zone::utc);
-}
+int cal_time_timet_to_datezAllDay(time_t t, char *buf) noexcept { return format_time(t, buf, Zone::utc, Form::date); }
 
 int cal_time_minutes_to_tzOffsetString(int minutes, char *buf) noexcept {
     if (buf == nullptr) return 0;

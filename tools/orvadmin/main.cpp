@@ -45,6 +45,8 @@ const Command commands[] = {
     {"stop", 2, "stop service seconds", "stop a service, forcing it after the time given", cmd_stop},
     {"start", 1, "start program [args]", "start a program in the background", cmd_start},
     {"ps", 0, "ps [name]", "running processes, or those of one name", cmd_ps},
+    {"counters", 0, "counters [-w secs [-n count]] [object]", "live counters; --prometheus [file] for scrapers",
+     cmd_counters},
 };
 
 calcmd_tool *the_tool = nullptr;

@@ -57,4 +57,7 @@ int cmd_stop(int argc, char **argv);
 int cmd_start(int argc, char **argv);
 int cmd_ps(int argc, char **argv);
 
+// Live counters of the instance's registry (counter_cmds.cpp).
+int cmd_counters(int argc, char **argv);
+
 }  // namespace orvadmin

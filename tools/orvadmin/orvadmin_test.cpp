@@ -7,13 +7,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <future>
 #include <string>
 #include <vector>
 
 #include "orvproc.hpp"
 #include "orvtest.hpp"
+#include "orvutil/platform/counter.h"
 
 namespace {
 
@@ -243,6 +246,89 @@ TEST(Orvadmin, ConfCommands) {
     }
     // Written back sorted, whole, with the value quoted.
     EXPECT_EQ("a = 1\nc = \"x y\"\n", orvtest::read_file(f));
+}
+
+// Counters written by this process, read by orvadmin: printed, watched
+// across a re-created file, and exported for a real exposition parser.
+TEST(Orvadmin, CountersPrintWatchAndExport) {
+    orvtest::TempDir dir;
+    const std::string conf = dir.file("orv.conf"), prom = dir.file("orv.prom");
+    orvtest::write_file(conf, "local.instancedir = " + dir.path() + "\n");
+    orvtest::write_file(dir.file("counter.conf"),
+                        "web.requests = count Requests \"served\" C:\\x\nweb.open-conns = gauge\n");
+    config_cache *cc = countermsg_open_config(dir.file("counter.conf").c_str());
+    countermsg_registry *reg = countermsg_get_registry(dir.file("counter").c_str(), 1);
+    counterobject *web = nullptr;
+    counterinstance *global = nullptr, *worker = nullptr;
+    ASSERT_EQ(0, countermsg_create_instance("web", 0, 0, "global", 4, &web, &global, cc, reg));
+    ASSERT_EQ(0, counterinstance_open(web, "worker \"1\"", 0, &worker));
+    counterinstance_add(global, 1, 5);
+    counterinstance_add(worker, 1, 2);
+    counterinstance_add(global, 2, -2);
+
+    // A damaged file is named; the others are still shown.
+    orvtest::write_file(dir.file("counter/bad.cnt"), "junk");
+    Result r = admin({"-c", conf}, "counters\ncounters nothere\n");
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(
+        "web[global].requests = 5\nweb[global].open-conns = -2\n"
+        "web[worker \"1\"].requests = 2\nweb[worker \"1\"].open-conns = 0\n",
+        r.out);
+    EXPECT_EQ("counters: bad: not a counter file of this layout version\ncounters: nothere: not found\n", r.err);
+    std::remove(dir.file("counter/bad.cnt").c_str());
+
+    r = admin({"-c", conf}, "counters --prometheus " + prom + "\n");
+    EXPECT_EQ(0, r.status) << r.err;
+    if (access("/usr/bin/python3", X_OK) == 0 &&
+        run({"/usr/bin/python3", "-c", "import prometheus_client"}).status == 0) {
+        r = run({"/usr/bin/python3", "-c",
+                 "import sys\nfrom prometheus_client.parser import text_string_to_metric_families as p\n"
+                 "for f in p(open(sys.argv[1]).read()):\n  print(f.name, f.type, f.documentation, sep='|')\n"
+                 "  for s in f.samples: print(' ', s.name, s.labels, s.value, sep='|')\n",
+                 prom});
+        EXPECT_EQ(0, r.status) << r.err;
+        EXPECT_EQ(
+            "orv_web_requests|counter|Requests \"served\" C:\\x\n"
+            " |orv_web_requests_total|{'instance': 'global'}|5.0\n"
+            " |orv_web_requests_total|{'instance': 'worker \"1\"'}|2.0\n"
+            "orv_web_open_conns|gauge|\n"
+            " |orv_web_open_conns|{'instance': 'global'}|-2.0\n"
+            " |orv_web_open_conns|{'instance': 'worker \"1\"'}|0.0\n",
+            r.out);
+    } else {
+        ADD_FAILURE() << "python3-prometheus-client is not installed (scripts/install-deps)";
+    }
+
+    r = admin({"-c", conf}, "counters -w 1 -n 2 web\n");
+    EXPECT_TRUE(has(r.out, "--- refresh 2, every 1 s\nweb[global].requests = 5 (0.0/s)\n")) << r.out;
+    EXPECT_FALSE(has(r.out, "--- refresh 3"));
+
+    // Watched: a re-created file (a restarted server) is followed, and
+    // rates are taken within one generation. Each step waits for what a
+    // refresh shows, so a slow machine only makes it slower.
+    orvtest::write_file(dir.file("watch.orv"), "counters -w 1 -n 600 web\n");
+    orvtest::Child watch({ORVADMIN_PATH, "-c", conf, "-I", dir.file("watch.orv")}, {{}, dir.file("watch.out"), ""});
+    auto shows = [&](std::initializer_list<std::string> texts) {
+        return orvtest::wait_until(
+            [&] {
+                std::string seen = orvtest::read_file(dir.file("watch.out"));
+                return std::any_of(texts.begin(), texts.end(), [&](const std::string &t) { return has(seen, t); });
+            },
+            std::chrono::seconds(60));
+    };
+    ASSERT_TRUE(shows({"web[worker \"1\"].open-conns = 0\n"}));
+    counterinstance_close(global);
+    counterinstance_close(worker);
+    counterobject_close(web);
+    ASSERT_EQ(0, countermsg_create_instance("web", COUNTER_CREATE_FRESH, 0, "global", 4, &web, &global, cc, reg));
+    counterinstance_add(global, 1, 7);
+    ASSERT_TRUE(shows({"web[global].requests = 0\n", "web[global].requests = 7\n"}));
+    counterinstance_add(global, 1, 3);
+    EXPECT_TRUE(shows({"web[global].requests = 10 ("})) << orvtest::read_file(dir.file("watch.out"));
+    counterinstance_close(global);
+    counterobject_close(web);
+    countermsg_free_registry(reg);
+    config_freecache(cc);
 }
 
 TEST(Orvadmin, TourRunsClean) {
