@@ -7,6 +7,10 @@
  *     stats        ->  requests=N refreshes=N uptime=N
  *     anything     ->  ok anything
  *
+ * The counts are also published through the counter layer (object
+ * "orvsvcd": requests, refreshes, uptime) when the instance's counter.conf
+ * declares them.
+ *
  * SIGHUP reloads the configuration and the logs (in every process of the
  * group); SIGTERM stops it cleanly: the workers are stopped and reaped, then
  * the pid file is removed. It runs in the foreground, as the leader of its
@@ -30,6 +34,7 @@
  */
 #define _GNU_SOURCE
 #include <orvutil.h>
+#include <orvutil/cal_counter.h>
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -62,6 +67,27 @@ struct client {
 static volatile sig_atomic_t got_term, got_hup;
 static unsigned long requests, refreshes;
 static time_t started;
+
+/* The same counts, published for other processes ("orvadmin counters") when
+ * <instancedir>/config/counter.conf declares the object "orvsvcd" with the
+ * counters requests, refreshes (counts) and uptime (a gauge). */
+static counterinstance *published;
+static counterhandle requests_counter, refreshes_counter, uptime_counter;
+
+static void publish_counters(void) {
+    counterobject *object = NULL;
+    calcounter_init();
+    published = calcounter_createinstance("orvsvcd", 0, &object);
+    if (published == NULL) return; /* logged by the layer; the counts stay local */
+    requests_counter = calcounter_getcounter(object, "requests");
+    refreshes_counter = calcounter_getcounter(object, "refreshes");
+    uptime_counter = calcounter_getcounter(object, "uptime");
+}
+
+static void count(counterhandle counter, unsigned long *local) {
+    ++*local;
+    if (published != NULL && counter != 0) counter_add(published, counter, 1);
+}
 
 static void on_term(int sig) {
     (void)sig;
@@ -231,7 +257,7 @@ static void answer(struct client *c) {
                  (long)(time(NULL) - started));
     else
         snprintf(reply, sizeof reply, "ok %s\n", c->line);
-    ++requests;
+    count(requests_counter, &requests);
     if (send(c->fd, reply, strlen(reply), MSG_NOSIGNAL) < 0) zolog(0, 4, "cannot answer a client: %m");
 }
 
@@ -256,7 +282,7 @@ static int serve(struct client *c) {
 
 static void refresh(const char *service) {
     got_hup = 0;
-    ++refreshes;
+    count(refreshes_counter, &refreshes);
     config_reloaddefault();
     configure_logs(service);
     zolog(0, 5, "refreshed: configuration and logs reloaded");
@@ -299,6 +325,8 @@ static void run(const struct options *o, int listen_fd, int running) {
         }
         if (poll(fds, (nfds_t)nclients + 1, 200) < 0 && errno != EINTR) break;
         if (got_hup) refresh(o->service);
+        if (published != NULL && uptime_counter != 0)
+            counter_set(published, uptime_counter, (uint64_t)(time(NULL) - started));
         running = reap(running);
         for (i = nclients - 1; i >= 0; --i) {
             if (fds[i + 1].revents == 0 || serve(&clients[i]) == 0) continue;
@@ -340,6 +368,7 @@ int main(int argc, char **argv) {
 
     configure_logs(o.service);
     started = time(NULL);
+    publish_counters();
     handle(SIGTERM, o.ignore_term ? SIG_IGN : on_term);
     handle(SIGHUP, on_hup);
     signal(SIGPIPE, SIG_IGN);
