@@ -20,10 +20,9 @@
 #include "cal_cmd_internal.hpp"
 #include "orv/ascii.hpp"
 #include "orvutil/cal_file.h"
-#include "orvutil/platform/config.h"
-
 #include "orvutil/cal_i18n.h"
 #include "orvutil/cal_prf.h"
+#include "orvutil/platform/config.h"
 #include "orvutil/platform/mee.h"
 
 namespace {
@@ -73,19 +72,14 @@ void start_locale() {
 // line that does not convert is run as typed.
 std::string local_to_utf8(const std::string &line) {
     char *converted = MEE_LocalToUTF8(-1, line.c_str());
-    if (!converted) return line;
+    if (converted == nullptr) return line;
     std::string result(converted);
-    free(converted);
+    std::free(converted);
     return result;
 }
 
 void print_table(PRFileDesc *fd, const char *const *lines) {
-    for (; *lines; ++lines) PR_fprintf(fd, "%s\n", *lines);
-}
-
-bool is_cmd(const char *token, std::string_view a, std::string_view b = {}) {
-    std::string_view t(token);
-    return orv::ascii_iequal(t, a) || (!b.empty() && orv::ascii_iequal(t, b));
+    for (; *lines != nullptr; ++lines) PR_fprintf(fd, "%s\n", *lines);
 }
 
 bool ends_unquoted(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
@@ -110,11 +104,11 @@ std::string unescape(std::string_view quoted) {
 }
 
 void free_tool(calcmd_tool *tool) {
-    if (tool->argv) {
-        for (char **a = tool->argv; *a; ++a) PL_strfree(*a);
+    if (tool->argv != nullptr) {
+        for (char **a = tool->argv; *a != nullptr; ++a) PL_strfree(*a);
         PR_Free(tool->argv);
     }
-    if (tool->cmdv) {
+    if (tool->cmdv != nullptr) {
         calcmd_ClearCmdv(tool);
         PR_Free(tool->cmdv);
     }
@@ -131,9 +125,204 @@ void run_script(calcmd_tool *tool, PRFileDesc *fd) {
     while (calcmd::read_line(fd, &line)) {
         if (line.empty() || line[0] == '\0') continue;
         calcmd::out("in> %s%s", line.c_str(), line.back() == '\n' ? "" : "\n");
-        fflush(stdout);
-        if (calcmd_Cmds(tool, line.data())) break;
+        std::fflush(stdout);
+        if (calcmd_Cmds(tool, line.data()) == CALCMD_QUIT) break;
     }
+}
+
+// The frame's setters: (tool, argv, argc, &index), 0 or CALCMD_REFUSED.
+using Setter = int (*)(calcmd_tool *, char **, int, int *);
+
+// Where calcmd_Ops stands while it walks the command line.
+struct OptionState {
+    calcmd_tool *tool;
+    char **argv;
+    int argc;
+    int index;
+    bool saw_interactive;  // "-K" came before: "-I" keeps the prompt
+};
+
+// An option's own action: CALCMD_OK to go on, anything else ends the parse
+// with CALCMD_E_FAIL.
+using OptionAction = int (*)(OptionState &);
+
+// The frame's own options. Each needs its group switched on (nullptr: always
+// there) and either hands its value to a setter or runs an action.
+struct Option {
+    std::string_view name;
+    int calcmd_tool::*group;
+    Setter set;
+    OptionAction act;
+};
+
+int option_verbose(OptionState &s) {
+    s.tool->verbose = 1;
+    return CALCMD_OK;
+}
+
+int option_build_date(OptionState &s) {
+    calcmd::err("\nBuild date is: %s\n", s.tool->buildDate);
+    return CALCMD_E_FAIL;
+}
+
+int option_script(OptionState &s) {
+    const int r = calcmd_SetScript(s.tool, s.argv, s.argc, &s.index);
+    s.tool->interactive = s.saw_interactive ? 1 : 0;
+    return r;
+}
+
+int option_interactive(OptionState &s) {
+    s.tool->interactive = 1;
+    s.saw_interactive = true;
+    return CALCMD_OK;
+}
+
+// "-9 value": accepted and ignored.
+int option_ignored(OptionState &s) {
+    if (s.index + 1 < s.argc) ++s.index;
+    return CALCMD_OK;
+}
+
+int option_backup_or_restore(OptionState &s, bool restore) {
+    calcmd_tool *t = s.tool;
+    const int r = restore ? calcmd_SetRestore(t, s.argv, s.argc, &s.index, t->backupNeedsId)
+                          : calcmd_SetBackup(t, s.argv, s.argc, &s.index, t->backupNeedsId);
+    if (r == CALCMD_OK) (restore ? t->restoreRequested : t->backupRequested) = 1;
+    return r;
+}
+
+int option_backup(OptionState &s) { return option_backup_or_restore(s, false); }
+int option_restore(OptionState &s) { return option_backup_or_restore(s, true); }
+
+const Option options[] = {
+    {"-a", &calcmd_tool::adminPortEnabled, calcmd_SetAdminPort, nullptr},
+    {"-h", &calcmd_tool::hostEnabled, calcmd_SetHost, nullptr},
+    {"-p", &calcmd_tool::hostEnabled, calcmd_SetPort, nullptr},
+    {"-u", &calcmd_tool::adminEnabled, calcmd_SetAdmin, nullptr},
+    {"-w", &calcmd_tool::adminEnabled, calcmd_SetPassword, nullptr},
+    {"-v", nullptr, nullptr, option_verbose},
+    {"-#", nullptr, nullptr, option_build_date},
+    {"-I", nullptr, nullptr, option_script},
+    {"-K", nullptr, nullptr, option_interactive},
+    {"-9", nullptr, nullptr, option_ignored},
+    {"-B", &calcmd_tool::backupEnabled, nullptr, option_backup},
+    {"-R", &calcmd_tool::backupEnabled, nullptr, option_restore},
+};
+
+const Option *find_option(const calcmd_tool *tool, std::string_view arg) {
+    for (const Option &o : options)
+        if (o.name == arg && (o.group == nullptr || tool->*o.group != 0)) return &o;
+    return nullptr;
+}
+
+int run_option(const Option &o, OptionState &s) {
+    return o.set != nullptr ? o.set(s.tool, s.argv, s.argc, &s.index) : o.act(s);
+}
+
+// A command's own action on the tokens; true ends the loop ("quit").
+using CommandAction = bool (*)(calcmd_tool *, char **tokens, int count);
+
+// The frame's own commands: a name and an optional second name, the group
+// that must be on (nullptr: always there), and either a setter that takes
+// the token after the name or an action.
+struct Command {
+    std::string_view name;
+    std::string_view alias;
+    int calcmd_tool::*group;
+    Setter set;
+    CommandAction act;
+};
+
+bool command_quit(calcmd_tool *, char **, int) {
+    calcmd::out("\n\n");
+    return true;
+}
+
+bool command_show_help(calcmd_tool *tool, char **, int) {
+    calcmd_Commands(tool);
+    return false;
+}
+
+bool command_info(calcmd_tool *tool, char **, int) {
+    calcmd_Info(tool);
+    return false;
+}
+
+bool command_date(calcmd_tool *tool, char **, int) {
+    calcmd_SetDateFmt(tool);
+    return false;
+}
+
+bool command_verbose(calcmd_tool *tool, char **tokens, int count) {
+    tool->verbose = calcmd_OnOff(count > 1 ? tokens[1] : nullptr);
+    return false;
+}
+
+bool command_import(calcmd_tool *tool, char **tokens, int count) {
+    int index = 0;
+    if (calcmd_SetScript(tool, tokens, count, &index) == CALCMD_OK) {
+        // The tokens are cleared by the script's own lines.
+        const std::string path(tool->scriptPath);
+        calcmd_Import(tool, path.c_str());
+    }
+    return false;
+}
+
+// With the admin-port group on, "port" sets the admin port.
+bool command_port(calcmd_tool *tool, char **tokens, int count) {
+    int index = 0;
+    (tool->adminPortEnabled != 0 ? calcmd_SetAdminPort : calcmd_SetPort)(tool, tokens, count, &index);
+    return false;
+}
+
+// Backup and restore from the prompt take a path only, then run at once.
+bool backup_or_restore(calcmd_tool *tool, char **tokens, int count, bool restore) {
+    int index = 0;
+    const Setter set = restore
+                           ? [](calcmd_tool *t, char **v, int n, int *i) { return calcmd_SetRestore(t, v, n, i, 0); }
+                           : [](calcmd_tool *t, char **v, int n, int *i) { return calcmd_SetBackup(t, v, n, i, 0); };
+    const calcmd_backup_fn run = restore ? tool->restoreFn : tool->backupFn;
+    if (set(tool, tokens, count, &index) == CALCMD_OK && run != nullptr)
+        run(restore ? tool->restorePath : tool->backupPath, restore ? tool->restoreId : tool->backupId);
+    return false;
+}
+
+bool command_backup(calcmd_tool *tool, char **tokens, int count) {
+    return backup_or_restore(tool, tokens, count, false);
+}
+bool command_restore(calcmd_tool *tool, char **tokens, int count) {
+    return backup_or_restore(tool, tokens, count, true);
+}
+
+const Command commands[] = {
+    {"q", "quit", nullptr, nullptr, command_quit},
+    {"backup", {}, &calcmd_tool::backupEnabled, nullptr, command_backup},
+    {"date", {}, &calcmd_tool::testRig, nullptr, command_date},
+    {"admin", "administrator", &calcmd_tool::adminEnabled, calcmd_SetAdmin, nullptr},
+    {"?", "help", nullptr, nullptr, command_show_help},
+    {"host", "hostname", &calcmd_tool::hostEnabled, calcmd_SetHost, nullptr},
+    {"im", "import", nullptr, nullptr, command_import},
+    {"i", "info", nullptr, nullptr, command_info},
+    {"pass", "password", &calcmd_tool::adminEnabled, calcmd_SetPassword, nullptr},
+    {"port", {}, &calcmd_tool::hostEnabled, nullptr, command_port},
+    {"restore", {}, &calcmd_tool::backupEnabled, nullptr, command_restore},
+    {"v", "verbose", nullptr, nullptr, command_verbose},
+};
+
+const Command *find_command(const calcmd_tool *tool, std::string_view name) {
+    for (const Command &c : commands) {
+        const bool named = orv::ascii_iequal(name, c.name) || (!c.alias.empty() && orv::ascii_iequal(name, c.alias));
+        if (named && (c.group == nullptr || tool->*c.group != 0)) return &c;
+    }
+    return nullptr;
+}
+
+// True when the command ended the loop.
+bool run_command(const Command &c, calcmd_tool *tool, char **tokens, int count) {
+    if (c.act != nullptr) return c.act(tool, tokens, count);
+    int index = 0;  // the setter takes the token after the name
+    c.set(tool, tokens, count, &index);
+    return false;
 }
 
 }  // namespace
@@ -181,15 +370,15 @@ extern "C" {
 int calcmd_Init(calcmd_tool **out, const char *program, const char *usage, int argc, char **argv, int interactive,
                 int optionsOnly, calcmd_option_fn optionFn, calcmd_print_fn optionHelpFn, calcmd_command_fn commandFn,
                 calcmd_print_fn commandHelpFn, calcmd_print_fn infoFn, calcmd_script_fn scriptFn) noexcept {
-    if (!out) return -1;
+    if (out == nullptr) return CALCMD_E_FAIL;
     *out = nullptr;
-    if (!PR_Initialized()) PR_Init(PR_USER_THREAD, PR_PRIORITY_NORMAL, 0);
+    if (PR_Initialized() == PR_FALSE) PR_Init(PR_USER_THREAD, PR_PRIORITY_NORMAL, 0);
     start_locale();
 
     auto *tool = static_cast<calcmd_tool *>(PR_Calloc(1, sizeof(calcmd_tool)));
-    if (!tool) return -1;
-    tool->program = program ? program : "";
-    tool->usage = usage ? usage : "";
+    if (tool == nullptr) return CALCMD_E_FAIL;
+    tool->program = program != nullptr ? program : "";
+    tool->usage = usage != nullptr ? usage : "";
     tool->optionFn = optionFn;
     tool->optionHelpFn = optionHelpFn;
     tool->commandFn = commandFn;
@@ -201,20 +390,20 @@ int calcmd_Init(calcmd_tool **out, const char *program, const char *usage, int a
     tool->optionsOnly = optionsOnly;
     tool->interactive = interactive;
     tool->testRig = interactive;
-    bool ok = tool->cmdv && calcmd_ReplaceString(&tool->buildDate, CALCMD_BUILD_DATE) == 0 &&
-              calcmd_ReplaceString(&tool->dateFormat, CALCMD_DEFAULT_DATE_FORMAT) == 0;
-    if (ok && argc > 0 && argv) {
+    bool ok = tool->cmdv != nullptr && calcmd_ReplaceString(&tool->buildDate, CALCMD_BUILD_DATE) == CALCMD_OK &&
+              calcmd_ReplaceString(&tool->dateFormat, CALCMD_DEFAULT_DATE_FORMAT) == CALCMD_OK;
+    if (ok && argc > 0 && argv != nullptr) {
         tool->argv = static_cast<char **>(PR_Calloc(static_cast<PRUint32>(argc) + 1, sizeof(char *)));
         ok = tool->argv != nullptr;
         for (int i = 0; ok && i < argc; ++i) {
-            tool->argv[i] = PL_strdup(argv[i] ? argv[i] : "");
+            tool->argv[i] = PL_strdup(argv[i] != nullptr ? argv[i] : "");
             ok = tool->argv[i] != nullptr;
         }
         tool->argc = argc;
     }
     if (!ok) {
         free_tool(tool);
-        return -1;
+        return CALCMD_E_FAIL;
     }
     output_fd = open_output(tool->outputDirectory);
     *out = tool;
@@ -222,72 +411,42 @@ int calcmd_Init(calcmd_tool **out, const char *program, const char *usage, int a
 }
 
 int calcmd_Ops(calcmd_tool *tool) noexcept {
-    if (!tool) return -1;
+    if (tool == nullptr) return CALCMD_E_FAIL;
     char **argv = tool->argv;
-    int argc = tool->argv ? tool->argc : 0;
-    if ((argc <= 1 && tool->optionsOnly) || (argc > 1 && (strcmp(argv[1], "?") == 0 || strcmp(argv[1], "-?") == 0))) {
+    const int argc = tool->argv != nullptr ? tool->argc : 0;
+    if ((argc <= 1 && tool->optionsOnly != 0) ||
+        (argc > 1 && (std::strcmp(argv[1], "?") == 0 || std::strcmp(argv[1], "-?") == 0))) {
         calcmd_Options(tool);
-        return -1;
+        return CALCMD_E_FAIL;
     }
-    bool saw_k = false;
-    for (int i = 1; i < argc; ++i) {
-        std::string_view arg(argv[i]);
-        int failed = 0;
-        if (arg == "-a" && tool->adminPortEnabled) {
-            failed = calcmd_SetAdminPort(tool, argv, argc, &i);
-        } else if (arg == "-h" && tool->hostEnabled) {
-            failed = calcmd_SetHost(tool, argv, argc, &i);
-        } else if (arg == "-p" && tool->hostEnabled) {
-            failed = calcmd_SetPort(tool, argv, argc, &i);
-        } else if (arg == "-u" && tool->adminEnabled) {
-            failed = calcmd_SetAdmin(tool, argv, argc, &i);
-        } else if (arg == "-w" && tool->adminEnabled) {
-            failed = calcmd_SetPassword(tool, argv, argc, &i);
-        } else if (arg == "-v") {
-            tool->verbose = 1;
-        } else if (arg == "-#") {
-            calcmd::err("\nBuild date is: %s\n", tool->buildDate);
-            return -1;
-        } else if (arg == "-I") {
-            failed = calcmd_SetScript(tool, argv, argc, &i);
-            tool->interactive = saw_k ? 1 : 0;
-        } else if (arg == "-K") {
-            tool->interactive = 1;
-            saw_k = true;
-        } else if (arg == "-9") {
-            if (i + 1 < argc) ++i;
-        } else if ((arg == "-B" || arg == "-R") && tool->backupEnabled) {
-            if (arg == "-B") {
-                failed = calcmd_SetBackup(tool, argv, argc, &i, tool->backupNeedsId);
-                if (!failed) tool->backupRequested = 1;
-            } else {
-                failed = calcmd_SetRestore(tool, argv, argc, &i, tool->backupNeedsId);
-                if (!failed) tool->restoreRequested = 1;
-            }
-        } else {
-            int r = tool->optionFn ? tool->optionFn(argv, argc, &i) : -1;
-            if (r == 1) return 0;
-            if (r == -1) {
-                calcmd::err("unrecognized option: %s\n\n", argv[i < argc ? i : argc - 1]);
-                calcmd_Options(tool);
-                return -1;
-            }
-            if (r != 0) return r;
+    OptionState state{tool, argv, argc, 1, false};
+    for (; state.index < argc; ++state.index) {
+        if (const Option *option = find_option(tool, argv[state.index])) {
+            // Refused (the message is printed) or "-#": the parse ends.
+            if (run_option(*option, state) != CALCMD_OK) return CALCMD_E_FAIL;
+            continue;
         }
-        if (failed) return -1;
+        const int r = tool->optionFn != nullptr ? tool->optionFn(argv, argc, &state.index) : CALCMD_E_UNRECOGNISED;
+        if (r == CALCMD_OPTIONS_DONE) return CALCMD_OK;
+        if (r == CALCMD_E_UNRECOGNISED) {
+            calcmd::err("unrecognized option: %s\n\n", argv[state.index < argc ? state.index : argc - 1]);
+            calcmd_Options(tool);
+            return CALCMD_E_FAIL;
+        }
+        if (r != CALCMD_OK) return r;
     }
     output_fd = open_output(tool->outputDirectory);
-    return 0;
+    return CALCMD_OK;
 }
 
 int calcmd_Parse(calcmd_tool *tool, char *line, char **rest) noexcept {
-    if (!tool) return 1;
+    if (tool == nullptr) return CALCMD_PARSE_E_ARG;
     calcmd_ClearCmdv(tool);
-    if (!line || !rest) return 1;
+    if (line == nullptr || rest == nullptr) return CALCMD_PARSE_E_ARG;
     *rest = nullptr;
-    size_t len = strlen(line);
+    size_t len = std::strlen(line);
     while (len > 0 && orv::ascii_isspace(static_cast<unsigned char>(line[len - 1]))) line[--len] = '\0';
-    if (len == 0) return 2;
+    if (len == 0) return CALCMD_PARSE_E_BLANK;
 
     size_t pos = 0;
     bool warned_full = false;
@@ -299,11 +458,11 @@ int calcmd_Parse(calcmd_tool *tool, char *line, char **rest) noexcept {
         char q = line[pos];
         if (q == '"' || q == '\'') {
             start = ++pos;
-            const char *close = static_cast<const char *>(memchr(line + pos, q, len - pos));
-            size_t end = close ? static_cast<size_t>(close - line) : len;
-            if (!close) calcmd::err("You forgot to close the quote...  Assuming close quote at eol.\n");
+            const char *close = static_cast<const char *>(std::memchr(line + pos, q, len - pos));
+            const size_t end = close != nullptr ? static_cast<size_t>(close - line) : len;
+            if (close == nullptr) calcmd::err("You forgot to close the quote...  Assuming close quote at eol.\n");
             token = unescape(std::string_view(line + pos, end - pos));
-            pos = close ? end + 1 : len;
+            pos = close != nullptr ? end + 1 : len;
         } else {
             while (pos < len && !ends_unquoted(line[pos])) ++pos;
             token.assign(line + start, pos - start);
@@ -314,126 +473,89 @@ int calcmd_Parse(calcmd_tool *tool, char *line, char **rest) noexcept {
             break;
         }
         char *copy = PL_strdup(token.c_str());
-        if (!copy) break;
+        if (copy == nullptr) break;
         if (tool->cmdvCount == 1) *rest = line + start;
         tool->cmdv[tool->cmdvCount++] = copy;
     }
-    return 0;
+    return CALCMD_OK;
 }
 
 int calcmd_Cmds(calcmd_tool *tool, char *line) noexcept {
     char *rest = nullptr;
-    if (!tool || calcmd_Parse(tool, line, &rest) != 0 || tool->cmdvCount == 0) return 0;
+    if (tool == nullptr || calcmd_Parse(tool, line, &rest) != CALCMD_OK || tool->cmdvCount == 0) return CALCMD_OK;
     char **tokens = tool->cmdv;
-    const char *cmd = tokens[0];
-    if (cmd[0] == '#' || cmd[0] == ';' || (cmd[0] == '/' && cmd[1] == '/')) return 0;
-    int argc = tool->cmdvCount;
-    int index = 0;
-
-    if (is_cmd(cmd, "q", "quit")) {
-        calcmd::out("\n\n");
-        return 1;
-    }
-    if (tool->backupEnabled && is_cmd(cmd, "backup")) {
-        if (calcmd_SetBackup(tool, tokens, argc, &index, 0) == 0 && tool->backupFn)
-            tool->backupFn(tool->backupPath, tool->backupId);
-    } else if (tool->testRig && is_cmd(cmd, "date")) {
-        calcmd_SetDateFmt(tool);
-    } else if (tool->adminEnabled && is_cmd(cmd, "admin", "administrator")) {
-        calcmd_SetAdmin(tool, tokens, argc, &index);
-    } else if (is_cmd(cmd, "?", "help")) {
-        calcmd_Commands(tool);
-    } else if (tool->hostEnabled && is_cmd(cmd, "host", "hostname")) {
-        calcmd_SetHost(tool, tokens, argc, &index);
-    } else if (is_cmd(cmd, "im", "import")) {
-        if (calcmd_SetScript(tool, tokens, argc, &index) == 0) {
-            // The tokens are cleared by the script's own lines.
-            std::string path(tool->scriptPath);
-            calcmd_Import(tool, path.c_str());
-        }
-    } else if (is_cmd(cmd, "i", "info")) {
-        calcmd_Info(tool);
-    } else if (tool->adminEnabled && is_cmd(cmd, "pass", "password")) {
-        calcmd_SetPassword(tool, tokens, argc, &index);
-    } else if (tool->hostEnabled && is_cmd(cmd, "port")) {
-        if (tool->adminPortEnabled)
-            calcmd_SetAdminPort(tool, tokens, argc, &index);
-        else
-            calcmd_SetPort(tool, tokens, argc, &index);
-    } else if (tool->backupEnabled && is_cmd(cmd, "restore")) {
-        if (calcmd_SetRestore(tool, tokens, argc, &index, 0) == 0 && tool->restoreFn)
-            tool->restoreFn(tool->restorePath, tool->restoreId);
-    } else if (is_cmd(cmd, "v", "verbose")) {
-        tool->verbose = calcmd_OnOff(argc > 1 ? tokens[1] : nullptr);
-    } else if (cmd[0] != '\0' && tool->commandFn) {
-        if (tool->commandFn(tokens) == -1) calcmd::out("Unrecognized command, type \"help\" for a list\n");
-    }
-    return 0;
+    const char *name = tokens[0];
+    if (name[0] == '#' || name[0] == ';' || (name[0] == '/' && name[1] == '/')) return CALCMD_OK;
+    if (const Command *command = find_command(tool, name))
+        return run_command(*command, tool, tokens, tool->cmdvCount) ? CALCMD_QUIT : CALCMD_OK;
+    if (name[0] != '\0' && tool->commandFn != nullptr && tool->commandFn(tokens) == CALCMD_E_UNRECOGNISED)
+        calcmd::out("Unrecognized command, type \"help\" for a list\n");
+    return CALCMD_OK;
 }
 
 int calcmd_Import(calcmd_tool *tool, const char *path) noexcept {
-    if (!path || !tool) return 1;
-    if (tool->testRig && (strstr(path, ".js") || strstr(path, ".JS"))) {
-        if (tool->scriptFn) tool->scriptFn(path);
-        return 0;
+    if (path == nullptr || tool == nullptr) return CALCMD_IMPORT_E_PATH;
+    if (tool->testRig != 0 && (std::strstr(path, ".js") != nullptr || std::strstr(path, ".JS") != nullptr)) {
+        if (tool->scriptFn != nullptr) tool->scriptFn(path);
+        return CALCMD_OK;
     }
     if (script_depth >= CALCMD_MAX_SCRIPT_DEPTH) {
         calcmd::err("Scripts nested too deeply: %s\n", path);
-        return 4;
+        return CALCMD_IMPORT_E_DEPTH;
     }
     try {
         std::string local(path);
         calfile_ToLocalPath(local.data());
         PRFileDesc *fd = PR_Open(local.c_str(), PR_RDONLY, 0);
-        if (!fd) {
-            int e = PR_GetOSError();
-            calcmd::err("Error opening file: %s  :  %s\n", path, strerror(e ? e : ENOENT));
-            return 2;
+        if (fd == nullptr) {
+            const int e = PR_GetOSError();
+            calcmd::err("Error opening file: %s  :  %s\n", path, std::strerror(e != 0 ? e : ENOENT));
+            return CALCMD_IMPORT_E_OPEN;
         }
-        const char *slash = strrchr(path, '/');
-        calcmd::out("%s\nImporting commands from: %s\n%s\n", dash_line, slash ? slash + 1 : path, dash_line);
+        const char *slash = std::strrchr(path, '/');
+        calcmd::out("%s\nImporting commands from: %s\n%s\n", dash_line, slash != nullptr ? slash + 1 : path, dash_line);
         ++script_depth;
         run_script(tool, fd);
         --script_depth;
         if (PR_Close(fd) != PR_SUCCESS) {
-            calcmd::err("Error closing file: %s  :  %s\n", path, strerror(PR_GetOSError()));
-            return 3;
+            calcmd::err("Error closing file: %s  :  %s\n", path, std::strerror(PR_GetOSError()));
+            return CALCMD_IMPORT_E_CLOSE;
         }
     } catch (const std::bad_alloc &) {
         script_depth = 0;
-        return 1;
+        return CALCMD_IMPORT_E_PATH;
     }
-    return 0;
+    return CALCMD_OK;
 }
 
 int calcmd_Input(calcmd_tool *tool) noexcept {
-    if (!tool) return 0;
-    if (tool->scriptPath) {
-        std::string path(tool->scriptPath);
+    if (tool == nullptr) return 0;
+    if (tool->scriptPath != nullptr) {
+        const std::string path(tool->scriptPath);
         calcmd_Import(tool, path.c_str());
     }
-    if (tool->restoreRequested) {
-        if (tool->restoreFn) tool->restoreFn(tool->restorePath, tool->restoreId);
+    if (tool->restoreRequested != 0) {
+        if (tool->restoreFn != nullptr) tool->restoreFn(tool->restorePath, tool->restoreId);
         tool->restoreRequested = 0;
     }
-    if (tool->backupRequested) {
-        if (tool->backupFn) tool->backupFn(tool->backupPath, tool->backupId);
+    if (tool->backupRequested != 0) {
+        if (tool->backupFn != nullptr) tool->backupFn(tool->backupPath, tool->backupId);
         tool->backupRequested = 0;
     }
-    if (tool->interactive) calcmd_Prompt(tool);
+    if (tool->interactive != 0) calcmd_Prompt(tool);
     return 0;
 }
 
 int calcmd_Prompt(calcmd_tool *tool) noexcept {
-    if (!tool) return 0;
+    if (tool == nullptr) return 0;
     try {
         std::string line;
         for (;;) {
             calcmd::out("%s> ", tool->program);
-            fflush(stdout);
+            std::fflush(stdout);
             if (!calcmd::read_line(PR_GetSpecialFD(PR_StandardInput), &line)) continue;
             std::string converted = local_to_utf8(line);
-            if (calcmd_Cmds(tool, converted.data())) break;
+            if (calcmd_Cmds(tool, converted.data()) == CALCMD_QUIT) break;
         }
     } catch (const std::bad_alloc &) {
     }
@@ -441,28 +563,28 @@ int calcmd_Prompt(calcmd_tool *tool) noexcept {
 }
 
 int calcmd_Exit(calcmd_tool **tool) noexcept {
-    if (tool && *tool) {
+    if (tool != nullptr && *tool != nullptr) {
         free_tool(*tool);
         *tool = nullptr;
     }
-    if (output_fd && output_fd != std_out()) PR_Close(output_fd);
+    if (output_fd != nullptr && output_fd != std_out()) PR_Close(output_fd);
     output_fd = nullptr;
     return MEE_Terminate();
 }
 
 void calcmd_SysErrorExit(calcmd_tool *tool, int errnum) noexcept {
-    calcmd::err("%s: %s\n", tool && tool->program ? tool->program : "", strerror(errnum));
-    exit(1);
+    calcmd::err("%s: %s\n", tool != nullptr && tool->program != nullptr ? tool->program : "", std::strerror(errnum));
+    std::exit(1);
 }
 
 void calcmd_Options(calcmd_tool *tool) noexcept {
-    if (!tool) return;
-    fflush(stdout);
-    if (!tool->optionsOnly) {
+    if (tool == nullptr) return;
+    std::fflush(stdout);
+    if (tool->optionsOnly == 0) {
         calcmd::out("%s [options] %s\n", tool->program, tool->usage);
         calcmd::out("\nwhere options are:\n\n");
     }
-    if (tool->optionHelpFn)
+    if (tool->optionHelpFn != nullptr)
         tool->optionHelpFn();
     else
         calcmd_PrintOptions();
@@ -470,12 +592,12 @@ void calcmd_Options(calcmd_tool *tool) noexcept {
 
 void calcmd_PrintOptions(void) noexcept {
     print_table(calcmd_GetOutputFileDescriptor(), option_help);
-    fflush(stdout);
+    std::fflush(stdout);
 }
 
 void calcmd_Commands(calcmd_tool *tool) noexcept {
-    if (!tool) return;
-    if (tool->commandHelpFn)
+    if (tool == nullptr) return;
+    if (tool->commandHelpFn != nullptr)
         tool->commandHelpFn();
     else
         calcmd_PrintCommands(tool);
@@ -484,15 +606,15 @@ void calcmd_Commands(calcmd_tool *tool) noexcept {
 void calcmd_PrintCommands(calcmd_tool *tool) noexcept {
     PRFileDesc *fd = calcmd_GetOutputFileDescriptor();
     print_table(fd, command_help);
-    if (tool && tool->testRig) print_table(fd, test_rig_help);
+    if (tool != nullptr && tool->testRig != 0) print_table(fd, test_rig_help);
 }
 
 void calcmd_SetPrompt(calcmd_tool *tool, int on) noexcept {
-    if (tool) tool->interactive = on;
+    if (tool != nullptr) tool->interactive = on;
 }
 
 void calcmd_ClearCmdv(calcmd_tool *tool) noexcept {
-    if (!tool || !tool->cmdv) return;
+    if (tool == nullptr || tool->cmdv == nullptr) return;
     for (int i = 0; i < tool->cmdvCount; ++i) {
         PL_strfree(tool->cmdv[i]);
         tool->cmdv[i] = nullptr;
@@ -500,29 +622,32 @@ void calcmd_ClearCmdv(calcmd_tool *tool) noexcept {
     tool->cmdvCount = 0;
 }
 
-int calcmd_CmdvCount(calcmd_tool *tool) noexcept { return tool ? tool->cmdvCount : 0; }
+int calcmd_CmdvCount(calcmd_tool *tool) noexcept { return tool != nullptr ? tool->cmdvCount : 0; }
 
 int calcmd_CheckArgs(calcmd_tool *tool, int n) noexcept {
-    if (!tool || n < 0) return 1;
+    if (tool == nullptr || n < 0) return 1;
     return n >= tool->cmdvCount ? 1 : 0;
 }
 
 int calcmd_CheckCmds(calcmd_tool *tool) noexcept {
-    if (!tool) return 0;
-    return (tool->interactive || tool->backupRequested || tool->restoreRequested || tool->scriptPath) ? 1 : 0;
+    if (tool == nullptr) return 0;
+    return (tool->interactive != 0 || tool->backupRequested != 0 || tool->restoreRequested != 0 ||
+            tool->scriptPath != nullptr)
+               ? 1
+               : 0;
 }
 
 const char *calcmd_ReadToEOL(calcmd_tool *tool, int first) noexcept {
     static char buffer[CALCMD_LINE_SIZE];
     buffer[0] = '\0';
-    if (!tool || first < 0) return buffer;
+    if (tool == nullptr || first < 0) return buffer;
     size_t used = 0;
     for (int i = first; i < tool->cmdvCount; ++i) {
-        size_t n = strlen(tool->cmdv[i]);
-        size_t sep = used ? 1 : 0;
+        const size_t n = std::strlen(tool->cmdv[i]);
+        const size_t sep = used != 0 ? 1 : 0;
         if (used + sep + n >= sizeof buffer) break;
-        if (sep) buffer[used++] = ' ';
-        memcpy(buffer + used, tool->cmdv[i], n);
+        if (sep != 0) buffer[used++] = ' ';
+        std::memcpy(buffer + used, tool->cmdv[i], n);
         used += n;
         buffer[used] = '\0';
     }
@@ -530,23 +655,23 @@ const char *calcmd_ReadToEOL(calcmd_tool *tool, int first) noexcept {
 }
 
 int calcmd_ReplaceString(char **target, const char *text) noexcept {
-    if (!target) return -1;
+    if (target == nullptr) return CALCMD_E_FAIL;
     char *copy = nullptr;
-    if (text) {
+    if (text != nullptr) {
         copy = PL_strdup(text);
-        if (!copy) return -1;
+        if (copy == nullptr) return CALCMD_E_FAIL;
     }
-    if (*target) PL_strfree(*target);
+    if (*target != nullptr) PL_strfree(*target);
     *target = copy;
-    return 0;
+    return CALCMD_OK;
 }
 
 void calcmd_FreeString(char **target) noexcept {
-    if (!target || !*target) return;
+    if (target == nullptr || *target == nullptr) return;
     PL_strfree(*target);
     *target = nullptr;
 }
 
-PRFileDesc *calcmd_GetOutputFileDescriptor(void) noexcept { return output_fd ? output_fd : std_out(); }
+PRFileDesc *calcmd_GetOutputFileDescriptor(void) noexcept { return output_fd != nullptr ? output_fd : std_out(); }
 
 }  // extern "C"

@@ -19,55 +19,20 @@
 
 #include "orv/ascii.hpp"
 #include "orv/confname.hpp"
+#include "orv/sizes.hpp"
 #include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
 
-// Open-addressing table of entry indexes, keyed by the entries' names with
-// ASCII case ignored; for a repeated name it holds the last entry's index.
-// The names stay in the handle's array, so building it allocates once.
-struct calconf_index {
-    struct Slot {
-        int entry;      // entry index, or -1
-        uint32_t hash;  // low bits of the name's hash: most mismatches end here
-    };
-    std::vector<Slot> slots;  // size a power of two
-    int used = 0;
-};
+// The handle's look-up index: entry names (in the handle's array) to the
+// last entry of each name.
+struct calconf_index : orv::ConfNameIndex {};
 
 namespace {
 
 constexpr size_t kWriteChunk = 65536;
 
-// The slot holding name, or the empty slot where it would go; *hash
-// receives the name's hash.
-size_t probe(const calconf_index &index, const array_t *names, const char *name, uint32_t *hash) {
-    const size_t mask = index.slots.size() - 1;
-    const size_t len = std::strlen(name);
-    const uint64_t full = orv::confname_hash(name, len);
-    *hash = static_cast<uint32_t>(full);
-    for (size_t at = (full >> 32) & mask;; at = (at + 1) & mask) {
-        const calconf_index::Slot &slot = index.slots[at];
-        if (slot.entry < 0) return at;
-        if (slot.hash != *hash) continue;
-        const char *other = strarray_elementat(names, slot.entry);
-        if (std::strlen(other) == len && orv::confname_equal(other, name, len)) return at;
-    }
-}
-
-// Records entry i (the last of its name so far); grows the table first when
-// it would pass half full.
-void index_put(calconf_index &index, const array_t *names, int i) {
-    if (2 * (static_cast<size_t>(index.used) + 1) > index.slots.size()) {
-        std::vector<calconf_index::Slot> old(std::max<size_t>(16, 2 * index.slots.size()), {-1, 0});
-        old.swap(index.slots);
-        index.used = 0;
-        for (const auto &slot : old)
-            if (slot.entry >= 0) index_put(index, names, slot.entry);
-    }
-    uint32_t hash;
-    calconf_index::Slot &slot = index.slots[probe(index, names, strarray_elementat(names, i), &hash)];
-    if (slot.entry < 0) ++index.used;
-    slot = {i, hash};
+auto names_of(const calconf_handle *h) {
+    return [names = h->names](size_t i) { return std::string_view(strarray_elementat(names, static_cast<int>(i))); };
 }
 
 void drop_index(calconf_handle *h) {
@@ -81,14 +46,11 @@ int find_last(calconf_handle *h, const char *name) {
         if (h->index == nullptr) {
             auto index = std::make_unique<calconf_index>();
             const int count = array_count(h->names);
-            size_t size = 16;
-            while (size < 2 * static_cast<size_t>(count) + 2) size *= 2;
-            index->slots.assign(size, {-1, 0});
-            for (int i = 0; i < count; ++i) index_put(*index, h->names, i);
+            index->reset(static_cast<size_t>(count));
+            for (int i = 0; i < count; ++i) index->put(static_cast<size_t>(i), names_of(h));
             h->index = index.release();
         }
-        uint32_t hash;
-        return h->index->slots[probe(*h->index, h->names, name, &hash)].entry;
+        return static_cast<int>(h->index->find(name, names_of(h)));
     } catch (const std::bad_alloc &) {
         drop_index(h);
         return strarray_lastof(h->names, name, 1);
@@ -99,7 +61,7 @@ int find_last(calconf_handle *h, const char *name) {
 void note_append(calconf_handle *h, int i) {
     if (h->index == nullptr) return;
     try {
-        index_put(*h->index, h->names, i);
+        h->index->put(static_cast<size_t>(i), names_of(h));
     } catch (const std::bad_alloc &) {
         drop_index(h);
     }
@@ -124,13 +86,6 @@ bool needs_quotes(const char *value) {
     for (const unsigned char *p = reinterpret_cast<const unsigned char *>(value); *p; ++p)
         if (forces_quotes(*p)) return true;
     return false;
-}
-
-// a += b, false on overflow.
-bool add(size_t &a, size_t b) {
-    if (a > SIZE_MAX - b) return false;
-    a += b;
-    return true;
 }
 
 // Appends one value, quoted and escaped when needed, at *out.
@@ -190,10 +145,10 @@ void remove_entry(calconf_handle *h, int index) {
 // Truncates the write driver's file, for a flush with no entry to write.
 int truncate_target(config_writedriver *driver) {
     const char *path = driver->path != nullptr ? driver->path(driver) : nullptr;
-    if (path == nullptr) return -1;
+    if (path == nullptr) return CALCONF_E_FAIL;
     const int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return -1;
-    return ::close(fd) == 0 ? 0 : -1;
+    if (fd < 0) return CALCONF_E_FAIL;
+    return ::close(fd) == 0 ? CALCONF_OK : CALCONF_E_FAIL;
 }
 
 }  // namespace
@@ -203,22 +158,22 @@ extern "C" {
 int calconf_scanproc(const char *name, const char *const *values, int nvalues, void *arg) noexcept {
     auto *h = static_cast<calconf_handle *>(arg);
     const char *value = nvalues > 0 && values != nullptr && values[0] != nullptr ? values[0] : "";
-    if (strarray_append(h->names, name) != 0) return -1;
+    if (strarray_append(h->names, name) != 0) return CALCONF_E_FAIL;
     if (strarray_append(h->values, value) != 0) {
         std::free(array_removeat(h->names, array_count(h->names) - 1));
-        return -1;
+        return CALCONF_E_FAIL;
     }
     note_append(h, array_count(h->names) - 1);
     return 0;
 }
 
 int calconf_Open(const char *path, calconf_handle **out) noexcept {
-    if (out == nullptr) return -1;
+    if (out == nullptr) return CALCONF_E_FAIL;
     *out = nullptr;
     auto *h = static_cast<calconf_handle *>(std::calloc(1, sizeof(calconf_handle)));
-    if (h == nullptr) return -1;
+    if (h == nullptr) return CALCONF_E_FAIL;
     *out = h;
-    int result = -1;
+    int result = CALCONF_E_FAIL;
     h->names = array_new();
     h->values = array_new();
     if (h->names != nullptr && h->values != nullptr) {
@@ -235,7 +190,7 @@ int calconf_Open(const char *path, calconf_handle **out) noexcept {
         h->cache = nullptr;
         release_drivers(h);
     }
-    if (path != nullptr && (h->filename = strdup(path)) == nullptr) result = -1;
+    if (path != nullptr && (h->filename = strdup(path)) == nullptr) result = CALCONF_E_FAIL;
     return result;
 }
 
@@ -251,15 +206,15 @@ char *calconf_GetCopy(calconf_handle *handle, const char *name) noexcept {
 }
 
 int calconf_Modify(calconf_handle *handle, const char *name, const char *value) noexcept {
-    if (handle == nullptr || name == nullptr || value == nullptr || !writable_name(name)) return -1;
+    if (handle == nullptr || name == nullptr || value == nullptr || !writable_name(name)) return CALCONF_E_FAIL;
     const int i = find_last(handle, name);
     if (i >= 0) {
-        if (strarray_modifyat(handle->values, i, value) != 0) return -1;
+        if (strarray_modifyat(handle->values, i, value) != 0) return CALCONF_E_FAIL;
     } else {
-        if (strarray_append(handle->names, name) != 0) return -1;
+        if (strarray_append(handle->names, name) != 0) return CALCONF_E_FAIL;
         if (strarray_append(handle->values, value) != 0) {
             std::free(array_removeat(handle->names, array_count(handle->names) - 1));
-            return -1;
+            return CALCONF_E_FAIL;
         }
         note_append(handle, array_count(handle->names) - 1);
     }
@@ -268,8 +223,8 @@ int calconf_Modify(calconf_handle *handle, const char *name, const char *value) 
 }
 
 int calconf_Delete(calconf_handle *handle, const char *name, int mode) noexcept {
-    if (handle == nullptr) return -1;
-    if (name == nullptr) return 1;
+    if (handle == nullptr) return CALCONF_E_FAIL;
+    if (name == nullptr) return CALCONF_NOT_FOUND;
     bool deleted = false;
     for (;;) {
         const int i = mode == 1 ? strarray_indexof(handle->names, name, 1) : strarray_lastof(handle->names, name, 1);
@@ -278,31 +233,31 @@ int calconf_Delete(calconf_handle *handle, const char *name, int mode) noexcept 
         deleted = true;
         if (mode == 0) break;
     }
-    if (!deleted) return 1;
+    if (!deleted) return CALCONF_NOT_FOUND;
     drop_index(handle);  // later entries moved down
     handle->dirty = 1;
     return 0;
 }
 
 int calconf_Flush(calconf_handle *handle) noexcept {
-    if (handle == nullptr) return -1;
+    if (handle == nullptr) return CALCONF_E_FAIL;
     if (!handle->dirty) return 0;
     config_writedriver *driver = handle->writedriver;
-    if (driver == nullptr) return -1;
+    if (driver == nullptr) return CALCONF_E_FAIL;
     const int count = array_count(handle->names);
-    if (count == 0 && truncate_target(driver) != 0) return -1;
+    if (count == 0 && truncate_target(driver) != 0) return CALCONF_E_FAIL;
     int scratch = 0;
     for (int i = 0; i < count; ++i) {
         if (driver->write_entry(driver, strarray_elementat(handle->names, i), strarray_elementat(handle->values, i),
                                 &scratch) != 0)
-            return -1;
+            return CALCONF_E_FAIL;
     }
     handle->dirty = 0;
     return 0;
 }
 
 int calconf_FlushQuick(calconf_handle *handle, int fd) noexcept {
-    if (handle == nullptr) return -1;
+    if (handle == nullptr) return CALCONF_E_FAIL;
     struct Line {
         char *text;
         const char *name;
@@ -323,7 +278,7 @@ int calconf_FlushQuick(calconf_handle *handle, int fd) noexcept {
         // Whole lines in calconf_CompareOptions order; entries of one name
         // (ASCII case ignored) keep their order, so the last still wins.
         std::stable_sort(lines.begin(), lines.end(), [](const Line &a, const Line &b) {
-            if (PL_strcasecmp(a.name, b.name) == 0) return false;
+            if (orv::ascii_iequal(a.name, b.name)) return false;
             return calconf_CompareOptions(&a.text, &b.text) < 0;
         });
         // Lines are gathered into large writes; the bytes are the same.
@@ -332,12 +287,12 @@ int calconf_FlushQuick(calconf_handle *handle, int fd) noexcept {
         for (size_t i = 0; i <= lines.size() && result == 0; ++i) {
             if (i < lines.size()) chunk += lines[i].text;
             if ((i == lines.size() || chunk.size() >= kWriteChunk) && !chunk.empty()) {
-                if (retry_write(fd, chunk.data(), chunk.size()) < 0) result = -1;
+                if (retry_write(fd, chunk.data(), chunk.size()) < 0) result = CALCONF_E_FAIL;
                 chunk.clear();
             }
         }
     } catch (const std::bad_alloc &) {
-        result = -1;
+        result = CALCONF_E_FAIL;
     }
     for (const Line &l : lines) std::free(l.text);
     if (result == 0) handle->dirty = 0;
@@ -345,7 +300,7 @@ int calconf_FlushQuick(calconf_handle *handle, int fd) noexcept {
 }
 
 int calconf_Close(calconf_handle **address, int noFlush) noexcept {
-    if (address == nullptr || *address == nullptr) return -1;
+    if (address == nullptr || *address == nullptr) return CALCONF_E_FAIL;
     if (!noFlush) calconf_Flush(*address);
     free_handle(*address);
     *address = nullptr;
@@ -353,25 +308,25 @@ int calconf_Close(calconf_handle **address, int noFlush) noexcept {
 }
 
 int calconf_CloseQuick(calconf_handle **address, int noFlush) noexcept {
-    if (address == nullptr || *address == nullptr) return -1;
+    if (address == nullptr || *address == nullptr) return CALCONF_E_FAIL;
     calconf_handle *h = *address;
     release_drivers(h);
     int result = 0;
     if (!noFlush && h->dirty) {
-        if (h->filename == nullptr) return -1;
+        if (h->filename == nullptr) return CALCONF_E_FAIL;
         std::string temp;
         try {
             temp = std::string(h->filename) + ".tmp." + std::to_string(thread_id());
         } catch (const std::bad_alloc &) {
-            return -1;
+            return CALCONF_E_FAIL;
         }
         const int fd = ::open(temp.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        if (fd < 0) return -1;
+        if (fd < 0) return CALCONF_E_FAIL;
         struct stat st;
         if (calconf_FlushQuick(h, fd) != 0 || sync_file(fd, 1) != 0 || ::fstat(fd, &st) != 0 ||
             ::rename(temp.c_str(), h->filename) != 0) {
             ::unlink(temp.c_str());
-            result = -1;
+            result = CALCONF_E_FAIL;
         }
         ::close(fd);
     }
@@ -383,15 +338,18 @@ int calconf_CloseQuick(calconf_handle **address, int noFlush) noexcept {
 char *calconf_File_Converttoline(const char *name, const char *const *values, int lineEnd) noexcept {
     if (name == nullptr) return nullptr;
     size_t size = std::strlen(name);
-    if (!add(size, 6)) return nullptr;
+    if (!orv::size_add(size, 6)) return nullptr;
     size_t nvalues = 0;
     for (const char *const *v = values; v != nullptr && *v != nullptr; ++v, ++nvalues) {
         const size_t len = std::strlen(*v);
         size_t escaped = 0;
         for (const unsigned char *p = reinterpret_cast<const unsigned char *>(*v); *p; ++p) escaped += is_escaped(*p);
-        if (!add(size, len) || !add(size, escaped) || !add(size, needs_quotes(*v) ? 2 : 0)) return nullptr;
+        if (!orv::size_add(size, len) || !orv::size_add(size, escaped) ||
+            !orv::size_add(size, needs_quotes(*v) ? 2 : 0))
+            return nullptr;
     }
-    if (nvalues > 1 && (nvalues - 1 > SIZE_MAX / 4 || !add(size, 4 * (nvalues - 1)))) return nullptr;
+    size_t separators = nvalues > 1 ? nvalues - 1 : 0;
+    if (!orv::size_mul(separators, 4) || !orv::size_add(size, separators)) return nullptr;
 
     char *line = static_cast<char *>(std::calloc(size, 1));
     if (line == nullptr) return nullptr;
@@ -417,6 +375,8 @@ int calconf_CompareOptions(const void *a, const void *b) noexcept {
     const char *sa = a != nullptr ? *static_cast<const char *const *>(a) : nullptr;
     const char *sb = b != nullptr ? *static_cast<const char *const *>(b) : nullptr;
     if (sa == nullptr || sb == nullptr) return 0;
+    // NSPR's rule (letters fold upper case), not strcasecmp's: see
+    // orv::ascii_casecmp.
     return PL_strcasecmp(sa, sb);
 }
 

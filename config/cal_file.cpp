@@ -108,33 +108,33 @@ void calfile_UnixToDosPath(char *path) noexcept {
 }
 
 int calfile_CopyFile(const char *source, const char *destination, int noOverwrite) noexcept {
-    if (source == nullptr || destination == nullptr) return -1;
-    if (noOverwrite && exists(destination)) return -1;
+    if (source == nullptr || destination == nullptr) return CALFILE_E_FAIL;
+    if (noOverwrite && exists(destination)) return CALFILE_E_FAIL;
     PRFileInfo64 info;
-    if (PR_GetFileInfo64(source, &info) != PR_SUCCESS || info.type != PR_FILE_FILE) return -1;
-    if (same_file(source, destination)) return -1;
+    if (PR_GetFileInfo64(source, &info) != PR_SUCCESS || info.type != PR_FILE_FILE) return CALFILE_E_FAIL;
+    if (same_file(source, destination)) return CALFILE_E_FAIL;
     PRFileDesc *in = PR_Open(source, PR_RDONLY, 0);
-    if (in == nullptr) return -1;
+    if (in == nullptr) return CALFILE_E_FAIL;
     PRFileDesc *out = PR_Open(destination, PR_RDWR | PR_CREATE_FILE | PR_TRUNCATE, 0xfff);
     if (out == nullptr) {
         PR_Close(in);
-        return -1;
+        return CALFILE_E_FAIL;
     }
     const bool copied = orvcfg::copy_bytes(in, out, info.size);
     const bool closed_out = PR_Close(out) == PR_SUCCESS;
     PR_Close(in);
-    return copied && closed_out ? 0 : -1;
+    return copied && closed_out ? CALFILE_OK : CALFILE_E_FAIL;
 }
 
 int calfile_CopySourceFile(const char *name, const char *fromDir, const char *toDir) noexcept {
     std::string from, to;
-    if (!join(fromDir, name, &from) || !join(toDir, name, &to)) return -1;
+    if (!join(fromDir, name, &from) || !join(toDir, name, &to)) return CALFILE_E_FAIL;
     return calfile_CopyFile(from.c_str(), to.c_str(), 1);
 }
 
 int calfile_RenameFile(const char *oldPath, const char *newPath) noexcept {
-    if (oldPath == nullptr || newPath == nullptr) return -1;
-    if (!exists(newPath)) return PR_Rename(oldPath, newPath) == PR_SUCCESS ? 0 : -1;
+    if (oldPath == nullptr || newPath == nullptr) return CALFILE_E_FAIL;
+    if (!exists(newPath)) return PR_Rename(oldPath, newPath) == PR_SUCCESS ? CALFILE_OK : CALFILE_E_FAIL;
 
     // Save the target's content beside it, so that a failed rename can put
     // it back.
@@ -144,36 +144,36 @@ int calfile_RenameFile(const char *oldPath, const char *newPath) noexcept {
         if (slash != nullptr) temp.assign(newPath, static_cast<size_t>(slash - newPath) + 1);
         temp += "tempXXXXXX";
     } catch (const std::bad_alloc &) {
-        return -1;
+        return CALFILE_E_FAIL;
     }
     const int fd = ::mkstemp(temp.data());
-    if (fd < 0) return -1;
+    if (fd < 0) return CALFILE_E_FAIL;
     ::close(fd);
     if (calfile_CopyFile(newPath, temp.c_str(), 0) != 0) {
         ::unlink(temp.c_str());
-        return -1;
+        return CALFILE_E_FAIL;
     }
     PR_Delete(newPath);
     const bool renamed = PR_Rename(oldPath, newPath) == PR_SUCCESS;
     if (!renamed) calfile_CopyFile(temp.c_str(), newPath, 0);
     PR_Delete(temp.c_str());
-    return renamed ? 0 : -1;
+    return renamed ? CALFILE_OK : CALFILE_E_FAIL;
 }
 
 int calfile_RenameSourceFile(const char *name, const char *fromDir, const char *toDir) noexcept {
     std::string from, to;
-    if (!join(fromDir, name, &from) || !join(toDir, name, &to)) return -1;
+    if (!join(fromDir, name, &from) || !join(toDir, name, &to)) return CALFILE_E_FAIL;
     return calfile_RenameFile(from.c_str(), to.c_str());
 }
 
 int calfile_DeleteFile(const char *path) noexcept {
-    if (path == nullptr) return -1;
-    return PR_Delete(path) == PR_SUCCESS ? 0 : -1;
+    if (path == nullptr) return CALFILE_E_FAIL;
+    return PR_Delete(path) == PR_SUCCESS ? CALFILE_OK : CALFILE_E_FAIL;
 }
 
 int calfile_DeleteSourceFile(const char *name, const char *dir) noexcept {
     std::string path;
-    if (!join(dir, name, &path)) return -1;
+    if (!join(dir, name, &path)) return CALFILE_E_FAIL;
     return calfile_DeleteFile(path.c_str());
 }
 
@@ -182,23 +182,23 @@ int calfile_mktemp_filename(const char *prefix, const char *suffix, char *buffer
     const size_t suffix_len = suffix != nullptr ? std::strlen(suffix) : 0;
     if (buffer == nullptr || size < 0 || prefix_len > INT_MAX || suffix_len > INT_MAX ||
         static_cast<size_t>(size) < 6 + prefix_len + suffix_len)
-        return -1;
+        return CALFILE_E_FAIL;
     char number[5];
     for (int n = 0;; ++n) {
         // A 5-byte field keeps at most four digits of n.
-        if (PR_snprintf(number, sizeof number, "%i", n) == static_cast<PRUint32>(-1)) return -1;
+        if (PR_snprintf(number, sizeof number, "%i", n) == static_cast<PRUint32>(-1)) return CALFILE_E_FAIL;
         const PRUint32 written = PR_snprintf(buffer, static_cast<PRUint32>(size), "%s%s%s",
                                              prefix != nullptr ? prefix : "", number, suffix != nullptr ? suffix : "");
-        if (written == static_cast<PRUint32>(-1)) return -1;
+        if (written == static_cast<PRUint32>(-1)) return CALFILE_E_FAIL;
         if (!exists(buffer)) return 0;
         // The stop text has five digits and the field holds four, so only the
         // counter's own limit ends a search that finds nothing free.
-        if (std::string_view(number) == "99999" || n == INT_MAX) return -1;
+        if (std::string_view(number) == "99999" || n == INT_MAX) return CALFILE_E_FAIL;
     }
 }
 
 int calfile_mkdir_recursive(char *path) noexcept {
-    if (path == nullptr || *path == '\0') return -1;
+    if (path == nullptr || *path == '\0') return CALFILE_E_FAIL;
     char *const limit = path[1] == ':' ? path + 2 : path;
     if (mkdir_ok(path)) return 0;
 
@@ -221,7 +221,7 @@ int calfile_mkdir_recursive(char *path) noexcept {
             if (::stat(path, &st) != 0) {
                 *q = '/';
                 log_mkdir_failure(path, err);
-                return -1;
+                return CALFILE_E_FAIL;
             }
         }
         *q = '/';
@@ -231,7 +231,7 @@ int calfile_mkdir_recursive(char *path) noexcept {
     struct stat st;
     if (::stat(path, &st) == 0) return 0;
     log_mkdir_failure(path, err);
-    return -1;
+    return CALFILE_E_FAIL;
 }
 
 int calfile_delete_dir(const char *dir) noexcept {

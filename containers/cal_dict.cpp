@@ -3,40 +3,19 @@
 #include "orvutil/cal_dict.h"
 
 #include <algorithm>
-#include <bit>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <string_view>
 #include <vector>
 
+#include "crc32.hpp"
 #include "orv/ascii.hpp"
-
-#if defined(__x86_64__) && defined(__GNUC__)
-#include <immintrin.h>
-#endif
+#include "orv/sizes.hpp"
+#include "orv/strcopy.hpp"
 
 namespace {
-
-// strcasecmp over ASCII letters only, so the caller's locale plays no part.
-int casecmp(const char *a, const char *b) {
-    for (;; ++a, ++b) {
-        const int ca = orv::ascii_tolower(static_cast<unsigned char>(*a));
-        const int cb = orv::ascii_tolower(static_cast<unsigned char>(*b));
-        if (ca != cb || ca == 0) return ca - cb;
-    }
-}
-
-int ncasecmp(const char *a, const char *b, size_t n) {
-    for (; n > 0; --n, ++a, ++b) {
-        const int ca = orv::ascii_tolower(static_cast<unsigned char>(*a));
-        const int cb = orv::ascii_tolower(static_cast<unsigned char>(*b));
-        if (ca != cb || ca == 0) return ca - cb;
-    }
-    return 0;
-}
 
 const char *name_at(const caldict *d, int i) { return strarray_elementat(d->names, i); }
 
@@ -47,7 +26,7 @@ int binary_search(const caldict *d, const char *key) {
     while (low <= high) {
         const int mid = low + (high - low) / 2;
         const char *name = name_at(d, mid);
-        const int c = name == nullptr ? 1 : casecmp(key, name);
+        const int c = name == nullptr ? 1 : orv::ascii_casecmp(key, name);
         if (c == 0) return mid;
         if (c > 0)
             low = mid + 1;
@@ -66,7 +45,7 @@ int insert_point(const caldict *d, const char *key, bool *found) {
     int high = last;
     auto cmp = [&](int i) {
         const char *name = name_at(d, i);
-        return name == nullptr ? 1 : casecmp(key, name);
+        return name == nullptr ? 1 : orv::ascii_casecmp(key, name);
     };
     while (low <= high) {
         if (low == high) {
@@ -103,10 +82,10 @@ int find(const caldict *d, const char *name, int exactCase) {
 // Stores name and value before index (-1 appends), both or neither.
 int insert_pair(caldict *d, const char *name, void *value, int index) {
     if (index < 0) index = static_cast<int>(d->count);
-    if (strarray_insert(d->names, index, name) != 0) return -1;
+    if (strarray_insert(d->names, index, name) != 0) return CALDICT_E_FAIL;
     if (array_insert(d->values, index, value) != 0) {
         std::free(array_removeat(d->names, index));
-        return -1;
+        return CALDICT_E_FAIL;
     }
     ++d->count;
     return 0;
@@ -129,10 +108,10 @@ int add_sorted(caldict *d, const char *name, void *value, int replace, bool free
 }
 
 int add_pair(caldict *d, const char *name, void *value, int replace, bool free_old, bool sort_first) {
-    if (d == nullptr || name == nullptr) return -1;
+    if (d == nullptr || name == nullptr) return CALDICT_E_FAIL;
     if (!d->sorted && sort_first) {
         caldict_sort(d);
-        if (!d->sorted) return -1;
+        if (!d->sorted) return CALDICT_E_FAIL;
     }
     if (d->sorted) return add_sorted(d, name, value, replace, free_old);
     const int at = strarray_indexof(d->names, name, 0);
@@ -140,7 +119,7 @@ int add_pair(caldict *d, const char *name, void *value, int replace, bool free_o
         if (replace) replace_value(d, at, value, free_old);
         return 0;
     }
-    if (insert_pair(d, name, value, -1) != 0) return -1;
+    if (insert_pair(d, name, value, -1) != 0) return CALDICT_E_FAIL;
     d->sorted = 0;
     return 0;
 }
@@ -160,20 +139,12 @@ caldict *new_dict(int sorted) {
     return d;
 }
 
-char *copy_text(std::string_view text) {
-    auto *copy = static_cast<char *>(std::malloc(text.size() + 1));
-    if (copy == nullptr) return nullptr;
-    std::memcpy(copy, text.data(), text.size());
-    copy[text.size()] = '\0';
-    return copy;
-}
-
 // Adds name -> malloc copy of value to an unsorted dictionary with
 // replacement, the replaced copy freed; false when memory runs out. The
 // string array owns malloc'ed names, so the name copy is stored as it is.
 bool add_copy(caldict *d, std::string_view name, std::string_view value) {
-    char *key = copy_text(name);
-    char *copy = copy_text(value);
+    char *key = orv::dup_string(name);
+    char *copy = orv::dup_string(value);
     if (key == nullptr || copy == nullptr) {
         std::free(key);
         std::free(copy);
@@ -235,124 +206,6 @@ const char *value_text(const caldict *d, int i) {
 const char *name_text(const caldict *d, int i) {
     const char *n = name_at(d, i);
     return n == nullptr ? "" : n;
-}
-
-// Slicing-by-8 tables of the reflected CRC-32; table[0] is the classic
-// byte-at-a-time table.
-struct CrcTables {
-    uint32_t t[8][256];
-};
-
-const CrcTables &crc_tables() {
-    static CrcTables tables;
-    static std::once_flag once;
-    std::call_once(once, [] {
-        for (uint32_t b = 0; b < 256; ++b) {
-            uint32_t c = b;
-            for (int k = 0; k < 8; ++k) c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-            tables.t[0][b] = c;
-        }
-        for (uint32_t b = 0; b < 256; ++b)
-            for (int s = 1; s < 8; ++s)
-                tables.t[s][b] = (tables.t[s - 1][b] >> 8) ^ tables.t[0][tables.t[s - 1][b] & 0xff];
-    });
-    return tables;
-}
-
-// Runs the (already complemented) register over n bytes, eight at a time.
-uint32_t crc_slice8(const CrcTables &tab, uint32_t crc, const unsigned char *p, size_t n) {
-    const auto &t = tab.t;
-    while (n >= 8) {
-        uint32_t lo;
-        uint32_t hi;
-        std::memcpy(&lo, p, 4);
-        std::memcpy(&hi, p + 4, 4);
-        if constexpr (std::endian::native == std::endian::big) {
-            lo = __builtin_bswap32(lo);
-            hi = __builtin_bswap32(hi);
-        }
-        lo ^= crc;
-        crc = t[7][lo & 0xff] ^ t[6][(lo >> 8) & 0xff] ^ t[5][(lo >> 16) & 0xff] ^ t[4][lo >> 24] ^ t[3][hi & 0xff] ^
-              t[2][(hi >> 8) & 0xff] ^ t[1][(hi >> 16) & 0xff] ^ t[0][hi >> 24];
-        p += 8;
-        n -= 8;
-    }
-    while (n-- > 0) crc = t[0][(crc ^ *p++) & 0xff] ^ (crc >> 8);
-    return crc;
-}
-
-#if defined(__x86_64__) && defined(__GNUC__)
-// One fold step: x times the two halves of k, added to the next block.
-__attribute__((target("pclmul,sse4.1"))) inline __m128i fold(__m128i x, __m128i k, __m128i next) {
-    const __m128i lo = _mm_clmulepi64_si128(x, k, 0x00);
-    const __m128i hi = _mm_clmulepi64_si128(x, k, 0x11);
-    return _mm_xor_si128(_mm_xor_si128(hi, lo), next);
-}
-
-// Carry-less multiplication folding of the reflected CRC-32: four 128-bit
-// lanes folded 64 bytes at a time, then down to one lane, then reduced to
-// 32 bits by Barrett reduction. Takes n >= 64, a multiple of 16.
-__attribute__((target("pclmul,sse4.1"))) uint32_t crc_fold(uint32_t crc, const unsigned char *p, size_t n) {
-    alignas(16) static const uint64_t k1k2[] = {0x0154442bd4, 0x01c6e41596};
-    alignas(16) static const uint64_t k3k4[] = {0x01751997d0, 0x00ccaa009e};
-    alignas(16) static const uint64_t k5k0[] = {0x0163cd6124, 0x0000000000};
-    alignas(16) static const uint64_t poly[] = {0x01db710641, 0x01f7011641};
-    auto load = [](const unsigned char *q) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(q)); };
-    __m128i x1 = _mm_xor_si128(load(p), _mm_cvtsi32_si128(static_cast<int>(crc)));
-    __m128i x2 = load(p + 16);
-    __m128i x3 = load(p + 32);
-    __m128i x4 = load(p + 48);
-    p += 64;
-    n -= 64;
-    __m128i k = _mm_load_si128(reinterpret_cast<const __m128i *>(k1k2));
-    while (n >= 64) {
-        x1 = fold(x1, k, load(p));
-        x2 = fold(x2, k, load(p + 16));
-        x3 = fold(x3, k, load(p + 32));
-        x4 = fold(x4, k, load(p + 48));
-        p += 64;
-        n -= 64;
-    }
-    k = _mm_load_si128(reinterpret_cast<const __m128i *>(k3k4));
-    x1 = fold(x1, k, x2);
-    x1 = fold(x1, k, x3);
-    x1 = fold(x1, k, x4);
-    while (n >= 16) {
-        x1 = fold(x1, k, load(p));
-        p += 16;
-        n -= 16;
-    }
-    // 128 bits to 64.
-    const __m128i mask = _mm_setr_epi32(~0, 0, ~0, 0);
-    __m128i x2b = _mm_clmulepi64_si128(x1, k, 0x10);
-    x1 = _mm_xor_si128(_mm_srli_si128(x1, 8), x2b);
-    k = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(k5k0));
-    x2b = _mm_srli_si128(x1, 4);
-    x1 = _mm_xor_si128(_mm_clmulepi64_si128(_mm_and_si128(x1, mask), k, 0x00), x2b);
-    // Barrett reduction to 32 bits.
-    k = _mm_load_si128(reinterpret_cast<const __m128i *>(poly));
-    x2b = _mm_clmulepi64_si128(_mm_and_si128(x1, mask), k, 0x10);
-    x2b = _mm_clmulepi64_si128(_mm_and_si128(x2b, mask), k, 0x00);
-    x1 = _mm_xor_si128(x1, x2b);
-    return static_cast<uint32_t>(_mm_extract_epi32(x1, 1));
-}
-
-bool has_clmul() {
-    static const bool yes = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
-    return yes;
-}
-#endif
-
-uint32_t crc_update(const CrcTables &tab, uint32_t crc, const unsigned char *p, size_t n) {
-#if defined(__x86_64__) && defined(__GNUC__)
-    if (n >= 64 && has_clmul()) {
-        const size_t bulk = n & ~static_cast<size_t>(15);
-        crc = crc_fold(crc, p, bulk);
-        p += bulk;
-        n -= bulk;
-    }
-#endif
-    return crc_slice8(tab, crc, p, n);
 }
 
 }  // namespace
@@ -427,8 +280,8 @@ int caldict_add_sort_string(caldict *d, const char *name, char *value, int repla
 }
 
 int caldict_insert(caldict *d, const char *name, void *value, int index) noexcept {
-    if (d == nullptr || name == nullptr) return -1;
-    if (index > static_cast<int>(d->count)) return -1;
+    if (d == nullptr || name == nullptr) return CALDICT_E_FAIL;
+    if (index > static_cast<int>(d->count)) return CALDICT_E_FAIL;
     return insert_pair(d, name, value, index);
 }
 
@@ -450,7 +303,7 @@ void *caldict_get_extended(caldict *d, const char *name, int *index) noexcept {
 
 int caldict_remove(caldict *d, const char *name, int exactCase) noexcept {
     const int at = find(d, name, exactCase);
-    if (at < 0) return -1;
+    if (at < 0) return CALDICT_E_FAIL;
     std::free(array_removeat(d->names, at));
     array_removeat(d->values, at);
     --d->count;
@@ -463,7 +316,7 @@ caldict *caldict_match_name_fragment(const caldict *d, const char *fragment, siz
     for (int i = 0; i < static_cast<int>(d->count); ++i) {
         const char *name = name_at(d, i);
         if (name == nullptr) continue;
-        const int c = caseSensitive ? std::strncmp(name, fragment, n) : ncasecmp(name, fragment, n);
+        const int c = caseSensitive ? std::strncmp(name, fragment, n) : orv::ascii_ncasecmp(name, fragment, n);
         if (c != 0) continue;
         if (out == nullptr && (out = caldict_create()) == nullptr) return nullptr;
         if (caldict_add(out, name, array_elementat(d->values, i), 1) != 0) {
@@ -492,7 +345,7 @@ int caldict_get_indexed(const caldict *d, int i, char **name, void **value) noex
     const bool in_range = d != nullptr && i >= 0 && i < static_cast<int>(d->count);
     if (name != nullptr) *name = in_range ? strarray_elementat(d->names, i) : nullptr;
     if (value != nullptr) *value = in_range ? array_elementat(d->values, i) : nullptr;
-    return in_range ? 0 : -1;
+    return in_range ? CALDICT_OK : CALDICT_E_FAIL;
 }
 
 char *caldict_get_as_string(const caldict *d) noexcept {
@@ -501,8 +354,7 @@ char *caldict_get_as_string(const caldict *d) noexcept {
     size_t size = 0;
     for (int i = 0; i < n; ++i) {
         const size_t pair = std::strlen(name_text(d, i)) + std::strlen(value_text(d, i)) + 2;
-        if (size > SIZE_MAX - pair) return nullptr;
-        size += pair;
+        if (!orv::size_add(size, pair)) return nullptr;
     }
     auto *out = static_cast<char *>(std::malloc(size));
     if (out == nullptr) return nullptr;
@@ -595,7 +447,7 @@ void caldict_sort(caldict *d) noexcept {
         const char *na = name_at(d, a);
         const char *nb = name_at(d, b);
         if (na == nullptr || nb == nullptr) return na == nullptr && nb != nullptr;
-        return casecmp(na, nb) < 0;
+        return orv::ascii_casecmp(na, nb) < 0;
     });
     std::vector<void *> names;
     std::vector<void *> values;
@@ -618,15 +470,14 @@ void caldict_sort(caldict *d) noexcept {
 
 uint32_t caldict_get_CRC32(const caldict *d) noexcept {
     if (d == nullptr || d->count == 0) return 0;
-    const CrcTables &tab = crc_tables();
-    uint32_t crc = 0xFFFFFFFFu;
+    uint32_t crc = orv::kCrc32Start;
     for (int i = 0; i < static_cast<int>(d->count); ++i) {
         for (const auto *text : {name_at(d, i), static_cast<const char *>(array_elementat(d->values, i))}) {
             if (text == nullptr) continue;
-            crc = crc_update(tab, crc, reinterpret_cast<const unsigned char *>(text), std::strlen(text));
+            crc = orv::crc32_update(crc, text, std::strlen(text));
         }
     }
-    return crc ^ 0xFFFFFFFFu;
+    return orv::crc32_finish(crc);
 }
 
 }  // extern "C"

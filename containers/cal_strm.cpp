@@ -73,7 +73,7 @@ int calstrm_delete(calstrm *stream) noexcept {
 }
 
 int calstrm_write(calstrm *stream, const void *data, unsigned int n) noexcept {
-    if (stream == nullptr || (data == nullptr && n > 0)) return -1;
+    if (stream == nullptr || (data == nullptr && n > 0)) return CALSTRM_E_FAIL;
     return write_bytes(stream, data, n) ? static_cast<int>(n) : -1;
 }
 
@@ -83,12 +83,12 @@ int calstrm_putc(calstrm *stream, int c) noexcept {
 }
 
 int calstrm_read(calstrm *stream, void *out, unsigned int n) noexcept {
-    if (stream == nullptr || stream->position >= stream->length) return -1;
+    if (stream == nullptr || stream->position >= stream->length) return CALSTRM_E_FAIL;
     unsigned int count = stream->length - stream->position;
     if (n < count) count = n;
     if (count > INT_MAX) count = INT_MAX;
     if (count > 0) {
-        if (out == nullptr) return -1;
+        if (out == nullptr) return CALSTRM_E_FAIL;
         std::memcpy(out, stream->buffer, count);
     }
     stream->position += count;
@@ -96,7 +96,7 @@ int calstrm_read(calstrm *stream, void *out, unsigned int n) noexcept {
 }
 
 int calstrm_printf(calstrm *stream, const char *format, ...) noexcept {
-    if (stream == nullptr || format == nullptr) return -1;
+    if (stream == nullptr || format == nullptr) return CALSTRM_E_FAIL;
     va_list ap;
     va_start(ap, format);
     const unsigned int start = stream->length;
@@ -152,7 +152,7 @@ int calstrm_printf(calstrm *stream, const char *format, ...) noexcept {
         ok = write_bytes(stream, scratch, len);
     }
     va_end(ap);
-    if (!ok) return -1;
+    if (!ok) return CALSTRM_E_FAIL;
     const unsigned int written = stream->length - start;
     return written > INT_MAX ? INT_MAX : static_cast<int>(written);
 }

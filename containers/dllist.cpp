@@ -53,7 +53,7 @@ void DLL_SetStdFreeProc(DLList *list, DLL_FreeProc proc) noexcept {
 }
 
 int DLL_ClearAll(DLList *list, DLL_FreeProc freeProc) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     DLLink *link = list->head;
     while (link != nullptr) {
         DLLink *next = link->next;
@@ -70,7 +70,7 @@ int DLL_ClearAll(DLList *list, DLL_FreeProc freeProc) noexcept {
 int DLL_Clear(DLList *list) noexcept { return DLL_ClearAll(list, nullptr); }
 
 int DLL_ClearNumEntries(DLList *list, DLL_FreeProc freeProc, int n) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     DLLink *link = list->head;
     for (int i = 0; i < n && link != nullptr; ++i) {
         DLLink *next = link->next;
@@ -93,14 +93,14 @@ int DLL_ClearNumEntries(DLList *list, DLL_FreeProc freeProc, int n) noexcept {
 int DLL_Free(DLList *list) noexcept { return DLL_FreeAll(list, nullptr); }
 
 int DLL_FreeAll(DLList *list, DLL_FreeProc freeProc) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     const int result = DLL_ClearAll(list, freeProc);
     release_record(list);
     return result;
 }
 
 int DLL_SlowlyFreeAll(DLList *list, DLL_FreeProc freeProc, int n) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     if (list->count > 0) {
         const int result = DLL_ClearNumEntries(list, freeProc, n < 1 ? 1 : n);
         if (result != 0) return result;
@@ -111,31 +111,31 @@ int DLL_SlowlyFreeAll(DLList *list, DLL_FreeProc freeProc, int n) noexcept {
 }
 
 int DLL_SetToBeginningOfList(DLList *list) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     list->position = -1;
     list->cursor = nullptr;
     return 0;
 }
 
 int DLL_SetToEndOfList(DLList *list) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     list->position = list->count > 0 ? list->count : -1;
     list->cursor = nullptr;
     return 0;
 }
 
 int DLL_SetToFirstOfList(DLList *list) noexcept {
-    if (list == nullptr || list->count == 0) return 1;
+    if (list == nullptr || list->count == 0) return DLL_E_FAIL;
     return DLL_SetToPosition(list, 0);
 }
 
 int DLL_SetToLastOfList(DLList *list) noexcept {
-    if (list == nullptr || list->count == 0) return 1;
+    if (list == nullptr || list->count == 0) return DLL_E_FAIL;
     return DLL_SetToPosition(list, list->count - 1);
 }
 
 int DLL_SetToPosition(DLList *list, int pos) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     if (pos < 0) return DLL_SetToBeginningOfList(list);
     if (pos >= list->count) return DLL_SetToEndOfList(list);
     if (pos == list->position) return 0;
@@ -241,11 +241,11 @@ void *DLL_GetPrev(DLList *list, int *err) noexcept {
 }
 
 int DLL_Insert(DLList *list, void *object) noexcept {
-    if (list == nullptr) return 1;
-    if (list->count > 0 && list->position < 0) return 1;
-    if (list->count > 0 && list->position < list->count && list->cursor == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
+    if (list->count > 0 && list->position < 0) return DLL_E_FAIL;
+    if (list->count > 0 && list->position < list->count && list->cursor == nullptr) return DLL_E_FAIL;
     DLLink *link = DLL_CreateLink(object);
-    if (link == nullptr) return 1;
+    if (link == nullptr) return DLL_E_FAIL;
     if (list->count == 0) {
         list->head = list->tail = list->cursor = link;
         list->position = 0;
@@ -271,27 +271,27 @@ int DLL_Insert(DLList *list, void *object) noexcept {
 }
 
 int DLL_InsertPos(DLList *list, int pos, void *object) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     DLL_SetToPosition(list, pos);
     return DLL_Insert(list, object);
 }
 
 int DLL_Prepend(DLList *list, void *object) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     list->cursor = list->head;
     list->position = 0;
     return DLL_Insert(list, object);
 }
 
 int DLL_Append(DLList *list, void *object) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     list->cursor = nullptr;
     list->position = list->count;
     return DLL_Insert(list, object);
 }
 
 int DLL_DeleteAndFree(DLList *list, DLL_FreeProc freeProc) noexcept {
-    if (list == nullptr || !cursor_valid(list)) return 1;
+    if (list == nullptr || !cursor_valid(list)) return DLL_E_FAIL;
     DLLink *link = list->cursor;
     if (freeProc != nullptr && link->object != nullptr) freeProc(link->object);
     if (link->prev != nullptr) link->prev->next = link->next;
@@ -309,12 +309,12 @@ int DLL_DeleteAndFree(DLList *list, DLL_FreeProc freeProc) noexcept {
 }
 
 int DLL_Delete(DLList *list) noexcept {
-    if (list == nullptr) return 1;
+    if (list == nullptr) return DLL_E_FAIL;
     return DLL_DeleteAndFree(list, list->stdFreeProc);
 }
 
 int DLL_Replace(DLList *list, void *object) noexcept {
-    if (list == nullptr || !cursor_valid(list)) return 1;
+    if (list == nullptr || !cursor_valid(list)) return DLL_E_FAIL;
     if (list->stdFreeProc != nullptr) list->stdFreeProc(list->cursor->object);
     list->cursor->object = object;
     return 0;
@@ -362,7 +362,7 @@ int DLL_GetSortPosition(DLList *list, void *object, DLL_CompareProc cmp, int *po
     if (found == nullptr) found = &dummyFound;
     *pos = -1;
     *found = 0;
-    if (list == nullptr || cmp == nullptr) return 1;
+    if (list == nullptr || cmp == nullptr) return DLL_E_FAIL;
     int low = 0;
     int high = list->count - 1;
     while (low <= high) {
@@ -386,7 +386,7 @@ int DLL_GetSortPosition(DLList *list, void *object, DLL_CompareProc cmp, int *po
 }
 
 int DLL_InsertSortUnique(DLList *list, void *object, DLL_CompareProc cmp, int unique) noexcept {
-    if (list == nullptr || cmp == nullptr) return 1;
+    if (list == nullptr || cmp == nullptr) return DLL_E_FAIL;
     if (list->count == 0) return DLL_Insert(list, object);
     int pos;
     int found;

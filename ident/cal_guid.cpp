@@ -42,14 +42,14 @@ int cal_GenerateGUID(unsigned char *guid) noexcept {
 }
 
 int cal_strguid(char *buf, int size, const unsigned char *guid) noexcept {
-    if (buf == nullptr || guid == nullptr || size < CAL_GUID_STRING_SIZE) return 1;
+    if (buf == nullptr || guid == nullptr || size < CAL_GUID_STRING_SIZE) return CAL_GUID_E_BUFFER;
     put_hex(buf, guid, CAL_GUID_SIZE);
     buf[2 * CAL_GUID_SIZE] = '\0';
     return 0;
 }
 
 int cal_strguid_128(char *buf, int size, const unsigned char *guid) noexcept {
-    if (buf == nullptr || guid == nullptr || size < CAL_GUID_STRING128_SIZE) return 1;
+    if (buf == nullptr || guid == nullptr || size < CAL_GUID_STRING128_SIZE) return CAL_GUID_E_BUFFER;
     std::memset(buf, '0', 2 * CAL_GUID_SIZE);
     put_hex(buf + 2 * CAL_GUID_SIZE, guid, CAL_GUID_SIZE);
     buf[4 * CAL_GUID_SIZE] = '\0';

@@ -39,6 +39,7 @@
 /* Services and processes. */
 
 /* HTTP client. */
+#include "orvutil/cal_http.h"
 
 /* Authentication. */
 

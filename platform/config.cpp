@@ -26,13 +26,9 @@
 
 namespace {
 
-using orv::confname_equal;
-using orv::confname_hash;
-
 struct Entry {
     const char *name;
     size_t name_len;
-    uint64_t hash;
     uint32_t first_value;  // index into Snapshot::values
     uint32_t nvalues;      // values[first_value + nvalues] is NULL
 };
@@ -45,12 +41,12 @@ struct Snapshot {
     std::vector<std::unique_ptr<char[]>> arenas;  // copies made by config_add_entry
     std::vector<Entry> entries;
     std::vector<const char *> values;
-    std::vector<uint32_t> slots;   // open addressing: 0 empty, else index + 1 of a name's last entry
+    orv::ConfNameIndex index;      // names to the last entry of each
     size_t open_entry = SIZE_MAX;  // entry still taking continuation values while building
 
     void begin_entry(const char *name, size_t len, const char *value) {
         end_entry();
-        entries.push_back({name, len, confname_hash(name, len), static_cast<uint32_t>(values.size()), 1});
+        entries.push_back({name, len, static_cast<uint32_t>(values.size()), 1});
         values.push_back(value);
         open_entry = entries.size() - 1;
     }
@@ -65,28 +61,16 @@ struct Snapshot {
         open_entry = SIZE_MAX;
     }
 
+    auto name_of() const {
+        return [this](size_t i) { return std::string_view(entries[i].name, entries[i].name_len); };
+    }
+
     // Indexes every name once the entries are complete; a later entry of a
     // name replaces an earlier one, so a look-up finds the last.
     void build_index() {
         end_entry();
-        size_t size = 16;
-        while (size < entries.size() * 2) size *= 2;
-        slots.assign(size, 0);
-        for (size_t i = 0; i < entries.size(); ++i) {
-            const Entry &e = entries[i];
-            for (size_t at = e.hash & (size - 1);; at = (at + 1) & (size - 1)) {
-                if (slots[at] == 0) {
-                    slots[at] = static_cast<uint32_t>(i + 1);
-                    break;
-                }
-                const Entry &other = entries[slots[at] - 1];
-                if (other.hash == e.hash && other.name_len == e.name_len &&
-                    confname_equal(other.name, e.name, e.name_len)) {
-                    slots[at] = static_cast<uint32_t>(i + 1);
-                    break;
-                }
-            }
-        }
+        index.reset(entries.size());
+        for (size_t i = 0; i < entries.size(); ++i) index.put(i, name_of());
     }
 
     // True when both hold the same names and values in the same order.
@@ -104,14 +88,8 @@ struct Snapshot {
     }
 
     const Entry *find(const char *key) const {
-        const size_t len = std::strlen(key);
-        const uint64_t hash = confname_hash(key, len);
-        const size_t mask = slots.size() - 1;
-        for (size_t at = hash & mask; slots[at] != 0; at = (at + 1) & mask) {
-            const Entry &e = entries[slots[at] - 1];
-            if (e.hash == hash && e.name_len == len && confname_equal(e.name, key, len)) return &e;
-        }
-        return nullptr;
+        const long i = index.find(key, name_of());
+        return i == orv::ConfNameIndex::kAbsent ? nullptr : &entries[static_cast<size_t>(i)];
     }
 };
 

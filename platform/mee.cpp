@@ -68,7 +68,9 @@ char *convert(const char *text, const char *from, const char *to) {
         size_t out_left = cap - used - 1;
         const size_t r =
             flushing ? iconv(cd, nullptr, nullptr, &dst, &out_left) : iconv(cd, &in, &in_left, &dst, &out_left);
-        used = static_cast<size_t>(dst - out);
+        // Counted from what is left rather than dst - out: at -O3 GCC cannot
+        // see that out was reassigned after the realloc below and warns.
+        used = cap - 1 - out_left;
         if (r != static_cast<size_t>(-1)) {
             if (flushing) break;
             flushing = true;

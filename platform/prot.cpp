@@ -120,6 +120,23 @@ int prot_write(protstream *s, const char *buf, size_t len) noexcept {
     return stopped(s) ? -1 : 0;
 }
 
+unsigned char *prot_reserve(protstream *s, size_t *room) noexcept {
+    if (room != nullptr) *room = 0;
+    if (s == nullptr || room == nullptr || stopped(s)) return nullptr;
+    *room = static_cast<size_t>(s->cnt);
+    return s->ptr;
+}
+
+int prot_commit(protstream *s, size_t used) noexcept {
+    if (s == nullptr) return -1;
+    if (stopped(s)) return -1;
+    if (used > static_cast<size_t>(s->cnt)) return -1;
+    s->ptr += used;
+    s->cnt -= static_cast<int>(used);
+    if (s->cnt == 0) prot_flush(s);
+    return stopped(s) ? -1 : 0;
+}
+
 int prot_printf(protstream *s, const char *fmt, ...) noexcept {
     if (s == nullptr || fmt == nullptr) return -1;
     char small[512];

@@ -4,7 +4,9 @@
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <string>
 
 #include "orvtest.hpp"
@@ -28,16 +30,33 @@ TEST(Prot, WriteAndPrintfMatchBytewisePuts) {
     prot_free(s);
     for (int bufsize : {1, 3, 64, 0}) {
         protstream *bulk = prot_new_memory(bufsize), *bytes = prot_new_memory(bufsize);
+        protstream *held = prot_new_memory(bufsize);
         prot_write(bulk, text.data(), 333);
         prot_write(bulk, text.data() + 333, text.size() - 333);
         EXPECT_EQ(prot_printf(bulk, "%s=%d;%s", "n", -7, std::string(600, 'z').c_str()), 0);
-        for (char c : text + "n=-7;" + std::string(600, 'z')) prot_putc(c, bytes);
+        const std::string all = text + "n=-7;" + std::string(600, 'z');
+        for (char c : all) prot_putc(c, bytes);
+        // The same bytes stored through reserve/commit, in pieces of at
+        // most 7 so that commits both fill and leave room.
+        for (size_t at = 0; at < all.size();) {
+            size_t room = 0;
+            unsigned char *w = prot_reserve(held, &room);
+            ASSERT_NE(w, nullptr);
+            const size_t n = std::min<size_t>({room, 7, all.size() - at});
+            std::memcpy(w, all.data() + at, n);
+            ASSERT_EQ(prot_commit(held, n), 0);
+            at += n;
+        }
         EXPECT_EQ(bulk->cnt, bytes->cnt) << bufsize;  // same flush points
+        EXPECT_EQ(held->cnt, bytes->cnt) << bufsize;
         EXPECT_EQ(memory_text(bulk), memory_text(bytes)) << bufsize;
+        EXPECT_EQ(memory_text(held), memory_text(bytes)) << bufsize;
+        EXPECT_EQ(prot_commit(held, static_cast<size_t>(held->cnt) + 1), -1);
         prot_memory_clear(bulk);
         EXPECT_EQ(memory_text(bulk), "");
         prot_free(bulk);
         prot_free(bytes);
+        prot_free(held);
     }
 }
 

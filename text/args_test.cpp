@@ -113,6 +113,10 @@ TEST(Lists, StringArrays) {
     EXPECT_EQ(cal_parseutil_to_calstrarray(&a, 2, v.get()), 2);
     EXPECT_EQ(strings_of(a), (Strings{"one", "two"}));
     EXPECT_EQ(cal_parseutil_to_calstrarray(nullptr, 2, v.get()), 0);
+    array_t *empty = nullptr;
+    EXPECT_EQ(cal_parseutil_to_calstrarray(&empty, 0, nullptr), 0);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(strings_of(empty), Strings{});
     for (const auto &[in, out] :
          {std::pair<const char *, Strings>{"a  b ", {"a", "", "b"}}, {"", {}}, {" a\tb", {"", "a", "b"}}}) {
         std::string text = in;

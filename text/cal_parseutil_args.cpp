@@ -125,25 +125,25 @@ char *cal_parseutil_trim(char *s) noexcept {
 }
 
 int cal_parseutil_get_char_list(const char *text, char ***list, int *count, char delimiter) noexcept {
-    if (list == nullptr || count == nullptr) return 1;
+    if (list == nullptr || count == nullptr) return CAL_PARSEUTIL_LIST_E_ALLOC;
     *count = 0;
     *list = nullptr;
     if (text == nullptr) return 0;
     int capacity = kListStep;
     auto **items = static_cast<char **>(PR_Malloc(sizeof(char *) * kListStep));
-    if (items == nullptr) return 1;
+    if (items == nullptr) return CAL_PARSEUTIL_LIST_E_ALLOC;
     int n = 0;
     int rc = 0;
     const bool complete = split_list(text, delimiter, [&](const char *from, size_t len) {
         if (n == capacity) {
             if (capacity > INT_MAX - kListStep) {
-                rc = 3;
+                rc = CAL_PARSEUTIL_LIST_E_GROW;
                 return false;
             }
             const int grown = capacity + kListStep;
             auto **more = static_cast<char **>(PR_Realloc(items, sizeof(char *) * static_cast<size_t>(grown)));
             if (more == nullptr) {
-                rc = 3;
+                rc = CAL_PARSEUTIL_LIST_E_GROW;
                 return false;
             }
             items = more;
@@ -152,7 +152,7 @@ int cal_parseutil_get_char_list(const char *text, char ***list, int *count, char
         // PL_strndup takes a 32-bit length; longer elements cannot be copied.
         char *copy = len <= UINT32_MAX ? PL_strndup(from, static_cast<PRUint32>(len)) : nullptr;
         if (copy == nullptr) {
-            rc = 1;
+            rc = CAL_PARSEUTIL_LIST_E_ALLOC;
             return false;
         }
         items[n++] = copy;
@@ -176,8 +176,8 @@ int cal_parseutil_get_semicolon_list(const char *text, char ***list, int *count)
 }
 
 int cal_parseutil_free_char_list(char ***list, int count) noexcept {
-    if (list == nullptr) return 1;
-    if (*list == nullptr) return 2;
+    if (list == nullptr) return CAL_PARSEUTIL_FREE_E_ADDRESS;
+    if (*list == nullptr) return CAL_PARSEUTIL_FREE_E_NOLIST;
     free_list(*list, count);
     *list = nullptr;
     return 0;
@@ -192,7 +192,7 @@ int cal_parseutil_get_char_array(const char *text, char delimiter, array_t **arr
     split_list(text, delimiter, [&](const char *from, size_t len) {
         char *copy = static_cast<char *>(std::malloc(len + 1));
         if (copy == nullptr) {
-            rc = 2;
+            rc = CAL_PARSEUTIL_ARRAY_E_COPY;
             return false;
         }
         std::memcpy(copy, from, len);
@@ -201,7 +201,7 @@ int cal_parseutil_get_char_array(const char *text, char delimiter, array_t **arr
         // copy the piece once more.
         if (array_append(a, copy) != 0) {
             std::free(copy);
-            rc = 2;
+            rc = CAL_PARSEUTIL_ARRAY_E_COPY;
             return false;
         }
         return true;
@@ -218,7 +218,8 @@ int cal_parseutil_get_semicolon_array(const char *text, array_t **array) noexcep
 }
 
 int cal_parseutil_to_calstrarray(array_t **array, int n, char **strings) noexcept {
-    if (array == nullptr || n <= 0 || strings == nullptr) return 0;
+    if (array == nullptr || (n > 0 && strings == nullptr)) return 0;
+    if (n < 0) n = 0;
     array_t *a = array_new();
     if (a == nullptr) return 0;
     for (int i = 0; i < n; ++i) strarray_append(a, strings[i]);
@@ -286,10 +287,11 @@ int cal_parseutil_ExactSearch(const char *entry, const char *pattern, int namele
 }
 
 int cal_parseutil_searchForString(char **vector, const char *pattern, int mode, array_t **array) noexcept {
-    if (vector == nullptr || *vector == nullptr || pattern == nullptr || array == nullptr) return 1;
+    if (vector == nullptr || *vector == nullptr || pattern == nullptr || array == nullptr)
+        return CAL_PARSEUTIL_SEARCH_E_ARG;
     if (*array == nullptr) {
         *array = array_new();
-        if (*array == nullptr) return 2;
+        if (*array == nullptr) return CAL_PARSEUTIL_SEARCH_E_ARRAY;
     }
     int (*matcher)(const char *, const char *, int) = cal_parseutil_ExactSearch;
     switch (mode) {

@@ -9,6 +9,7 @@
 
 #include <plstr.h>
 
+#include "orv/sizes.hpp"
 #include "text_internal.hpp"
 
 namespace {
@@ -60,36 +61,14 @@ constexpr int kFoldColumn = 73;
 
 bool stopped(const protstream *s) { return s->error || s->eof; }
 
-// The put rule, inline: dropped once the stream has stopped, flushed when
-// the buffer is full.
-inline void put(protstream *s, unsigned char c) {
-    if (stopped(s)) return;
-    *s->ptr++ = c;
-    if (--s->cnt == 0) prot_flush(s);
-}
+inline void put(protstream *s, unsigned char c) { prot_putc(c, s); }
 
-// Two bytes by the put rule; stored directly while they leave room.
-inline void put2(protstream *s, char a, char b) {
-    if (s->cnt > 2 && !stopped(s)) {
-        s->ptr[0] = static_cast<unsigned char>(a);
-        s->ptr[1] = static_cast<unsigned char>(b);
-        s->ptr += 2;
-        s->cnt -= 2;
-        return;
-    }
-    put(s, static_cast<unsigned char>(a));
-    put(s, static_cast<unsigned char>(b));
-}
-
-inline void put_form(protstream *s, const char *form) {
-    if (form[1] != '\0' && form[2] == '\0') return put2(s, form[0], form[1]);
-    for (; *form; ++form) put(s, static_cast<unsigned char>(*form));
-}
+inline void put_form(protstream *s, const char *form) { prot_write(s, form, std::strlen(form)); }
 
 inline int next_column(int col, int step) { return col <= INT_MAX - step ? col + step : INT_MAX; }
 
 void fold(protstream *s, int *col) {
-    put2(s, '\n', ' ');
+    prot_write(s, "\n ", 2);
     *col = 1;
 }
 
@@ -105,7 +84,7 @@ int buffer_column(const protstream *s) {
 }
 
 int print_with(char c, protstream *s, const Forms &forms) {
-    if (s == nullptr) return 1;
+    if (s == nullptr) return CAL_PARSEUTIL_E_NOSTREAM;
     const auto b = static_cast<unsigned char>(c);
     if (forms[b] != nullptr)
         put_form(s, forms[b]);
@@ -115,7 +94,7 @@ int print_with(char c, protstream *s, const Forms &forms) {
 }
 
 inline int print_ical_with(char c, protstream *s, int *col, const Forms &forms) {
-    if (s == nullptr || col == nullptr) return 1;
+    if (s == nullptr || col == nullptr) return CAL_PARSEUTIL_E_NOSTREAM;
     if (*col > kFoldColumn) fold(s, col);
     const auto b = static_cast<unsigned char>(c);
     if (forms[b] != nullptr) {
@@ -144,22 +123,22 @@ constexpr auto kXmlBlock = [](auto x) {
                     block_or(block_eq(x, '&'), block_or(block_eq(x, '<'), block_eq(x, '>'))));
 };
 
-// Appends n bytes that need no escaping (avail bytes are readable at p):
-// straight into the buffer when they leave room in it, else through
-// prot_write (which flushes as it fills). Short runs move as whole 16-byte
-// pieces when both sides have room; the bytes stored past the run lie in
-// the free part of the buffer and are overwritten later.
+// Appends n bytes that need no escaping (avail bytes are readable at p)
+// into the stream's free room; runs longer than the room go through
+// prot_write, which flushes as it fills. Short runs move as whole 16-byte
+// pieces when both sides have room: what is stored past the run is scratch
+// in the free part of the buffer.
 inline void put_run(protstream *s, const unsigned char *p, size_t n, size_t avail) {
-    const size_t free = static_cast<size_t>(s->cnt);
+    size_t room = 0;
+    unsigned char *w = prot_reserve(s, &room);
+    if (w == nullptr) return;
     const size_t pieces = (n + 15) & ~size_t{15};
-    if (pieces <= avail && pieces < free) {
-        for (size_t i = 0; i < pieces; i += 16) std::memcpy(s->ptr + i, p + i, 16);
-        s->ptr += n;
-        s->cnt -= static_cast<int>(n);
-    } else if (n < free) {
-        std::memcpy(s->ptr, p, n);
-        s->ptr += n;
-        s->cnt -= static_cast<int>(n);
+    if (pieces <= avail && pieces <= room) {
+        for (size_t i = 0; i < pieces; i += 16) std::memcpy(w + i, p + i, 16);
+        prot_commit(s, n);
+    } else if (n <= room) {
+        std::memcpy(w, p, n);
+        prot_commit(s, n);
     } else {
         prot_write(s, reinterpret_cast<const char *>(p), n);
     }
@@ -168,7 +147,7 @@ inline void put_run(protstream *s, const unsigned char *p, size_t n, size_t avai
 template <typename BlockMask>
 int print_string_ical_with(protstream *s, const char *str, const Forms &forms, const Plain &plain,
                            BlockMask block_mask) {
-    if (s == nullptr) return 1;
+    if (s == nullptr) return CAL_PARSEUTIL_E_NOSTREAM;
     if (str == nullptr) return 0;
     int col = buffer_column(s);
     const auto *p = reinterpret_cast<const unsigned char *>(str);
@@ -227,10 +206,9 @@ constexpr EntityIndex kLineEntities = make_entity_index(false);
 char *convert_to_xml(const char *source, bool compress, bool full) {
     const EntityIndex &index = full ? kFullEntities : kLineEntities;
     const size_t len = std::strlen(source);
-    size_t worst = 0;
-    if (!orv::text::scaled_size(len, kEntityLength, 1, worst)) return nullptr;
+    size_t worst = len;
+    if (!orv::size_mul(worst, kEntityLength) || !orv::size_add(worst, 1 + 16)) return nullptr;
     const auto *p = reinterpret_cast<const unsigned char *>(source);
-    const unsigned char *end = p + len;
     auto special = [&index](unsigned char c) { return index[c] != 0; };
     auto block_full = [](auto x) {
         using namespace orv::text;
@@ -253,48 +231,18 @@ char *convert_to_xml(const char *source, bool compress, bool full) {
     // bytes of slack let runs and entities be stored as whole 16- and
     // 8-byte pieces.
     const size_t need = len + (kEntityLength - 1) * entities - kEntityLength * dropped + 1;
-    if (need > SIZE_MAX - 16) return nullptr;
     char *out = static_cast<char *>(std::malloc(need + 16));
     if (out == nullptr) return nullptr;
-    auto *w = reinterpret_cast<unsigned char *>(out);
-    auto emit = [&](const unsigned char *at) {
+    auto emit = [&](const unsigned char *at, unsigned char *&w) {
         const unsigned char c = *at;
-        if (compress && c == '\r' && at[1] == '\n') return;  // at[1] is at most the terminator
+        if (compress && c == '\r' && at[1] == '\n') return size_t{1};  // at[1] is at most the terminator
         std::memcpy(w, kEntities[index[c]], 8);
         w += kEntityLength;
+        return size_t{1};
     };
-#if defined(__SSE2__)
-    // Sixteen bytes at a time while 32 remain, so that each run between
-    // entities can be copied from the source as one 16-byte move.
-    while (end - p >= 32) {
-        const auto x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-        auto bits = static_cast<unsigned>(_mm_movemask_epi8(full ? block_full(x) : block_lines(x)));
-        if (bits == 0) {
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(w), x);
-            w += 16;
-            p += 16;
-            continue;
-        }
-        unsigned from = 0;
-        while (bits != 0) {
-            const auto at = static_cast<unsigned>(__builtin_ctz(bits));
-            bits &= bits - 1;
-            std::memcpy(w, p + from, 16);
-            w += at - from;
-            emit(p + at);
-            from = at + 1;
-        }
-        std::memcpy(w, p + from, 16);
-        w += 16 - from;
-        p += 16;
-    }
-#endif
-    for (; p < end; ++p) {
-        if (special(*p))
-            emit(p);
-        else
-            *w++ = *p;
-    }
+    unsigned char *w =
+        full ? orv::text::copy_runs(p, len, reinterpret_cast<unsigned char *>(out), block_full, special, emit)
+             : orv::text::copy_runs(p, len, reinterpret_cast<unsigned char *>(out), block_lines, special, emit);
     *w = '\0';
     return out;
 }
@@ -344,7 +292,7 @@ int cal_parseutil_print_string_no_esc_ical(protstream *s, const char *str) noexc
 }
 
 int cal_parseutil_print_string_xml_es(protstream *s, const char *str, int /*escape: ignored*/) noexcept {
-    if (s == nullptr) return 1;
+    if (s == nullptr) return CAL_PARSEUTIL_E_NOSTREAM;
     if (str == nullptr) return 0;
     const auto *p = reinterpret_cast<const unsigned char *>(str);
     const unsigned char *end = p + std::strlen(str);
@@ -389,14 +337,14 @@ void cal_parseutil_ValidateXMLData(char *s) noexcept {
 }
 
 int cal_parseutil_convert_to_xml_string_helper(const char *source, char **out, int compress, int full) noexcept {
-    if (source == nullptr) return 1;
-    if (out == nullptr) return 2;
+    if (source == nullptr) return CAL_PARSEUTIL_XML_E_SOURCE;
+    if (out == nullptr) return CAL_PARSEUTIL_XML_E_OUT;
     if (*out != nullptr) {
         std::free(*out);
         *out = nullptr;
     }
     *out = convert_to_xml(source, compress != 0, full != 0);
-    return *out != nullptr ? 0 : 1;
+    return *out != nullptr ? 0 : CAL_PARSEUTIL_XML_E_SOURCE;
 }
 
 int cal_parseutil_convert_to_xml_string(const char *source, char **out, int compress) noexcept {

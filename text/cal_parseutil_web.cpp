@@ -6,7 +6,8 @@
 #include <cstring>
 
 #include "orv/ascii.hpp"
-#include "text_internal.hpp"
+#include "orv/sizes.hpp"
+#include "orv/strcopy.hpp"
 
 namespace {
 
@@ -34,12 +35,6 @@ const char *js_form(unsigned char c) {
     }
 }
 
-char *copy_of(const char *text, size_t len) {
-    char *out = static_cast<char *>(std::malloc(len + 1));
-    if (out != nullptr) std::memcpy(out, text, len + 1);
-    return out;
-}
-
 }  // namespace
 
 extern "C" {
@@ -47,8 +42,8 @@ extern "C" {
 char *cal_parseutil_URLencode(const char *text) noexcept {
     if (text == nullptr || *text == '\0') return nullptr;
     const size_t len = std::strlen(text);
-    size_t cap = 0;
-    if (!orv::text::scaled_size(len, 3, 1, cap)) return nullptr;
+    size_t cap = len;
+    if (!orv::size_mul(cap, 3) || !orv::size_add(cap, 1)) return nullptr;
     char *out = static_cast<char *>(std::malloc(cap));
     if (out == nullptr) return nullptr;
     char *w = out;
@@ -70,9 +65,9 @@ char *cal_parseutil_URLencode(const char *text) noexcept {
 char *cal_parseutil_JSencode(const char *text) noexcept {
     if (text == nullptr) return nullptr;
     const size_t len = std::strlen(text);
-    if (std::strpbrk(text, "'\\\b\f\n\r/") == nullptr) return copy_of(text, len);
-    size_t cap = 0;
-    if (!orv::text::scaled_size(len, 4, 1, cap)) return nullptr;
+    if (std::strpbrk(text, "'\\\b\f\n\r/") == nullptr) return orv::dup_string({text, len});
+    size_t cap = len;
+    if (!orv::size_mul(cap, 4) || !orv::size_add(cap, 1)) return nullptr;
     char *out = static_cast<char *>(std::malloc(cap));
     if (out == nullptr) return nullptr;
     char *w = out;

@@ -19,9 +19,10 @@ TEST(Calid, PredicatesAndCleaner) {
         {"a b", 0, 1},    {"Team A.1", 0, 1}, {"a@b", 1, 0},   {"x\xE9", 0, 0}, {"it's_-.%/!", 1, 0},
         {"a_-. b", 0, 1}, {"a\tb", 0, 0},     {nullptr, 0, 0},
     };
-    for (const auto &[text, calid, group] : cases)
-        EXPECT_EQ(cal_parseutil_isValidCalid(text) * 10 + cal_parseutil_isValidGroupID(text), calid * 10 + group)
-            << (text ? text : "NULL");
+    for (const auto &[text, calid, group] : cases) {
+        EXPECT_EQ(cal_parseutil_isValidCalid(text), calid) << (text != nullptr ? text : "NULL");
+        EXPECT_EQ(cal_parseutil_isValidGroupID(text), group) << (text != nullptr ? text : "NULL");
+    }
     // The cleaner drops colons too.
     const std::tuple<const char *, const char *, int> cleaned[] = {
         {"a b:c", "abc", 1}, {"  ", "", 0}, {"", "", 0}, {"\xE9x\xE9", "x", 1}, {"u@d", "u@d", 1}};
@@ -32,7 +33,8 @@ TEST(Calid, PredicatesAndCleaner) {
         EXPECT_STREQ(p, out);
     }
     char *null_string = nullptr;
-    EXPECT_EQ(cal_parseutil_validate_calid(&null_string) + cal_parseutil_validate_calid(nullptr), 0);
+    EXPECT_EQ(cal_parseutil_validate_calid(&null_string), 0);
+    EXPECT_EQ(cal_parseutil_validate_calid(nullptr), 0);
 }
 
 TEST(Calid, StructuralValidation) {

@@ -3,19 +3,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
 
 namespace orv::text {
-
-// n * per + extra, or false when that does not fit size_t.
-constexpr bool scaled_size(size_t n, size_t per, size_t extra, size_t &out) {
-    if (per != 0 && n > (SIZE_MAX - extra) / per) return false;
-    out = n * per + extra;
-    return true;
-}
 
 #if defined(__SSE2__)
 using Block = __m128i;
@@ -75,26 +69,54 @@ inline size_t count_special(const unsigned char *p, size_t n, BlockMask block_ma
     return count;
 }
 
-// Copies the leading non-special bytes of p (at most avail) to w and
-// returns their number. Sixteen bytes are stored at once, so w must have
-// room for avail bytes even when fewer are plain.
-template <typename BlockMask, typename Special>
-inline size_t copy_plain(const unsigned char *p, size_t avail, unsigned char *w, BlockMask block_mask,
-                         Special special) {
-    size_t n = 0;
+// Copies the n bytes at p to w, handing each special byte to emit instead:
+// emit(at, w) stores the replacement at w, advances w and returns how many
+// input bytes it consumed (at least one; it may read up to two bytes past
+// at, so the input must be terminated). Runs between special bytes move as
+// whole 16-byte pieces, so w needs 16 bytes of slack behind the output.
+// block_mask must flag exactly the special bytes. Returns the output's end.
+template <typename BlockMask, typename Special, typename Emit>
+inline unsigned char *copy_runs(const unsigned char *p, size_t n, unsigned char *w, BlockMask block_mask,
+                                Special special, Emit emit) {
+    const unsigned char *end = p + n;
 #if defined(__SSE2__)
-    while (n + 16 <= avail) {
-        const Block x = _mm_loadu_si128(reinterpret_cast<const Block *>(p + n));
-        _mm_storeu_si128(reinterpret_cast<Block *>(w + n), x);
-        const auto bits = static_cast<unsigned>(_mm_movemask_epi8(block_mask(x)));
-        if (bits != 0) return n + static_cast<size_t>(__builtin_ctz(bits));
-        n += 16;
+    // Sixteen bytes at a time while 32 remain: the run copies and an emit
+    // reaching into the next block then stay inside the input.
+    while (end - p >= 32) {
+        const Block x = _mm_loadu_si128(reinterpret_cast<const Block *>(p));
+        auto bits = static_cast<unsigned>(_mm_movemask_epi8(block_mask(x)));
+        if (bits == 0) {
+            _mm_storeu_si128(reinterpret_cast<Block *>(w), x);
+            w += 16;
+            p += 16;
+            continue;
+        }
+        unsigned from = 0;
+        while (bits != 0) {
+            const auto at = static_cast<unsigned>(__builtin_ctz(bits));
+            std::memcpy(w, p + from, 16);
+            w += at - from;
+            from = at + static_cast<unsigned>(emit(p + at, w));
+            // Bytes an emit consumed are not looked at again.
+            bits = from < 16 ? bits & ~((1u << from) - 1) : 0;
+        }
+        if (from < 16) {
+            std::memcpy(w, p + from, 16);
+            w += 16 - from;
+            from = 16;
+        }
+        p += from;
     }
 #else
     (void)block_mask;
 #endif
-    for (; n < avail && !special(p[n]); ++n) w[n] = p[n];
-    return n;
+    while (p < end) {
+        if (special(*p))
+            p += emit(p, w);
+        else
+            *w++ = *p++;
+    }
+    return w;
 }
 
 }  // namespace orv::text

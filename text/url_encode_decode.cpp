@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "orv/ascii.hpp"
+#include "orv/sizes.hpp"
 #include "text_internal.hpp"
 
 namespace {
@@ -70,10 +71,7 @@ constexpr CodeMap alpha_code_map = make_map(Kind::alpha);
 
 // Longest input any encoder takes: its output buffer of six bytes per
 // input byte plus six must fit size_t.
-bool too_long(size_t len) {
-    size_t ignored = 0;
-    return !orv::text::scaled_size(len, 6, 6, ignored);
-}
+bool too_long(size_t len) { return !orv::size_mul(len, 6) || !orv::size_add(len, 6); }
 
 char *encode(const CodeMap &map, const char *text) {
     if (text == nullptr) return nullptr;
@@ -85,14 +83,14 @@ char *encode(const CodeMap &map, const char *text) {
     size_t need = 1;
     for (size_t i = 0; i < len; ++i) {
         const size_t add = map.len[in[i]] ? map.len[in[i]] : 1;
-        if (need > SIZE_MAX - add) return nullptr;
-        need += add;
+        if (!orv::size_add(need, add)) return nullptr;
     }
     // Entries are copied as whole 8-byte slots (one fixed-size move instead
     // of a variable one), so the buffer has one slot of slack at its end.
     constexpr size_t kSlot = sizeof map.entry[0];
-    if (need > SIZE_MAX - kSlot) return nullptr;
-    char *out = static_cast<char *>(std::malloc(need + kSlot));
+    size_t cap = need;
+    if (!orv::size_add(cap, kSlot)) return nullptr;
+    char *out = static_cast<char *>(std::malloc(cap));
     if (out == nullptr) return nullptr;
     char *w = out;
     for (size_t i = 0; i < len; ++i) {
@@ -146,51 +144,18 @@ char *decode(const char *text, char escape_char) {
     const size_t len = std::strlen(text);
     // The output is never longer than the input; 16 bytes of slack let runs
     // be stored as whole 16-byte moves.
-    if (len > SIZE_MAX - 17) return nullptr;
-    char *out = static_cast<char *>(std::malloc(len + 17));
+    size_t cap = len;
+    if (!orv::size_add(cap, 17)) return nullptr;
+    char *out = static_cast<char *>(std::malloc(cap));
     if (out == nullptr) return nullptr;
     const auto *p = reinterpret_cast<const unsigned char *>(text);
-    const unsigned char *end = p + len;
-    auto *w = reinterpret_cast<unsigned char *>(out);
-#if defined(__SSE2__)
-    // Sixteen bytes at a time while 32 remain, so that each run between
-    // escapes can be copied from the text as one 16-byte move. An escape may
-    // reach up to two bytes into the next block.
-    const __m128i want_escape = _mm_set1_epi8(static_cast<char>(escape));
-    const __m128i want_plus = _mm_set1_epi8('+');
-    while (end - p >= 32) {
-        const auto x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-        auto bits = static_cast<unsigned>(
-            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(x, want_escape), _mm_cmpeq_epi8(x, want_plus))));
-        if (bits == 0) {
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(w), x);
-            w += 16;
-            p += 16;
-            continue;
-        }
-        unsigned from = 0;
-        while (bits != 0) {
-            const auto at = static_cast<unsigned>(__builtin_ctz(bits));
-            std::memcpy(w, p + from, 16);
-            w += at - from;
-            from = at + static_cast<unsigned>(decode_one(p + at, w, escape));
-            // Bytes an escape consumed are not looked at again.
-            bits = from < 16 ? bits & ~((1u << from) - 1) : 0;
-        }
-        if (from < 16) {
-            std::memcpy(w, p + from, 16);
-            w += 16 - from;
-            from = 16;
-        }
-        p += from;
-    }
-#endif
-    while (p < end) {
-        if (*p == escape || *p == '+')
-            p += decode_one(p, w, escape);
-        else
-            *w++ = *p++;
-    }
+    auto special = [escape](unsigned char c) { return c == escape || c == '+'; };
+    auto block_mask = [escape](auto x) {
+        using namespace orv::text;
+        return block_or(block_eq(x, static_cast<char>(escape)), block_eq(x, '+'));
+    };
+    auto emit = [escape](const unsigned char *at, unsigned char *&w) { return decode_one(at, w, escape); };
+    unsigned char *w = orv::text::copy_runs(p, len, reinterpret_cast<unsigned char *>(out), block_mask, special, emit);
     *w = '\0';
     return out;
 }
@@ -209,8 +174,7 @@ char *url_EncodeCore(const char *const *table, const char *text) noexcept {
     size_t need = 1;
     for (size_t i = 0; i < len; ++i) {
         const size_t add = lens[in[i]] ? lens[in[i]] : 1;
-        if (need > SIZE_MAX - add) return nullptr;
-        need += add;
+        if (!orv::size_add(need, add)) return nullptr;
     }
     char *out = static_cast<char *>(std::malloc(need));
     if (out == nullptr) return nullptr;

@@ -112,9 +112,9 @@ inline int read_digits(const char *s, int width, int &value) {
     int sum = 0;
     for (int i = 0; i < width; ++i) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
-        if (!orv::ascii_isdigit(c)) return 2;
+        if (!orv::ascii_isdigit(c)) return CAL_TIME_E_TEXT;
         const int digit = c - '0';
-        if (sum > (INT_MAX - digit) / 10) return 2;
+        if (sum > (INT_MAX - digit) / 10) return CAL_TIME_E_TEXT;
         sum = sum * 10 + digit;
     }
     value = sum;
@@ -163,10 +163,10 @@ bool read_date_fields(const char *s, size_t len, DateFields &f, int &date_only) 
 
 // The conversion behind every string-to-time_t entry point.
 int convert_date(const char *s, time_t *t, int *isDateOnly, bool forceUtc) {
-    if (s == nullptr || t == nullptr || isDateOnly == nullptr) return 1;
+    if (s == nullptr || t == nullptr || isDateOnly == nullptr) return CAL_TIME_E_ARG;
     const size_t len = std::strlen(s);
     DateFields f;
-    if (!read_date_fields(s, len, f, *isDateOnly)) return 2;
+    if (!read_date_fields(s, len, f, *isDateOnly)) return CAL_TIME_E_TEXT;
     struct tm tm {};
     tm.tm_year = f.year - 1900;
     tm.tm_mon = f.month - 1;
@@ -317,7 +317,7 @@ int cal_time_getModifier(const char *s) noexcept {
 }
 
 int cal_time_atoi_size(char *s, int size, int *out) noexcept {
-    if (s == nullptr || out == nullptr || size < 0) return 1;
+    if (s == nullptr || out == nullptr || size < 0) return CAL_TIME_E_ARG;
     return read_digits(s, size, *out);
 }
 
@@ -350,11 +350,11 @@ int cal_time_datez_to_gmt_timet(char *s, time_t *t, int *isDateOnly) noexcept {
 // Durations and date arithmetic
 
 int cal_time_buf_to_duration(char *s, duration *d) noexcept {
-    if (d == nullptr) return 1;
+    if (d == nullptr) return CAL_TIME_E_ARG;
     duration parsed{};
     if (!parse_duration(s, parsed)) {
         d->sign = 2;
-        return 2;
+        return CAL_TIME_E_TEXT;
     }
     *d = parsed;
     return 0;
@@ -393,21 +393,21 @@ int cal_time_FreeDuration(duration **pd) noexcept {
 }
 
 int cal_time_addDurationToTimeT(duration *d, time_t t, time_t *out) noexcept {
-    if (d == nullptr || out == nullptr) return 1;
+    if (d == nullptr || out == nullptr) return CAL_TIME_E_ARG;
     struct tm tm;
-    if (mtlocaltime(&t, &tm) == nullptr) return 1;
+    if (mtlocaltime(&t, &tm) == nullptr) return CAL_TIME_E_ARG;
     const long long k = d->sign == 0 ? 1 : -1;
     if (!add_field(tm.tm_sec, k * d->seconds) || !add_field(tm.tm_min, k * d->minutes) ||
         !add_field(tm.tm_hour, k * d->hours) || !add_field(tm.tm_mday, k * d->days) ||
         !add_field(tm.tm_mon, k * d->months) || !add_field(tm.tm_year, k * d->years) ||
         !add_field(tm.tm_mday, k * 7 * d->weeks))
-        return 1;
+        return CAL_TIME_E_ARG;
     *out = mktime(&tm);
     return 0;
 }
 
 int cal_time_calculateDurationBetweenTimes(duration *d, time_t a, time_t b) noexcept {
-    if (d == nullptr) return 1;
+    if (d == nullptr) return CAL_TIME_E_ARG;
     // The magnitude in unsigned arithmetic: a - b may not fit time_t.
     const uint64_t diff = a >= b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
                                  : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
@@ -422,10 +422,10 @@ int cal_time_calculateDurationBetweenTimes(duration *d, time_t a, time_t b) noex
 
 int cal_addLogicalDurationToLocalISO(char *durationText, char *localIso, time_t *outT, char **outIso) noexcept {
     if (durationText == nullptr || localIso == nullptr || outT == nullptr || outIso == nullptr || *outIso == nullptr)
-        return 1;
+        return CAL_TIME_E_ARG;
     time_t start;
     int date_only;
-    if (convert_date(localIso, &start, &date_only, true) != 0) return 2;
+    if (convert_date(localIso, &start, &date_only, true) != 0) return CAL_TIME_E_TEXT;
     LogicalSum sum(start);
     sum.seed(localIso);
 
@@ -436,38 +436,38 @@ int cal_addLogicalDurationToLocalISO(char *durationText, char *localIso, time_t 
 
     // Whole years first; 29 February walks back to 28 February.
     const long long years = static_cast<long long>(d.years) + d.months / 12;
-    if (years > 9999) return 2;
+    if (years > 9999) return CAL_TIME_E_TEXT;
     if (years != 0) {
         duration step{};
         step.years = static_cast<int>(years);
         step.sign = sign;
-        if (!sum.add(step)) return 2;
+        if (!sum.add(step)) return CAL_TIME_E_TEXT;
         if (month_digits(localIso) == 2)
             for (int i = 0; sum.month() != 2; ++i)
-                if (i == kMaxDaySteps || !sum.add_day(true)) return 2;
+                if (i == kMaxDaySteps || !sum.add_day(true)) return CAL_TIME_E_TEXT;
     }
 
     // The months left over; a day past the target month's end walks back.
     const int rest = d.months % 12;
     if (rest != 0) {
         const int m0 = sum.month();
-        if (!sum.reread()) return 2;
+        if (!sum.reread()) return CAL_TIME_E_TEXT;
         duration step{};
         step.months = rest;
         step.sign = sign;
-        if (!sum.add(step)) return 2;
+        if (!sum.add(step)) return CAL_TIME_E_TEXT;
         int expected;
         if (sign == 0)
             expected = m0 + rest >= 13 ? m0 + rest - 12 : m0 + rest;
         else
             expected = m0 > rest ? m0 - rest : m0 - rest + 12;
         for (int i = 0; sum.month() != expected; ++i)
-            if (i == kMaxDaySteps || !sum.add_day(expected < sum.month())) return 2;
+            if (i == kMaxDaySteps || !sum.add_day(expected < sum.month())) return CAL_TIME_E_TEXT;
     }
 
     // Weeks, days and time as plain seconds (at most about 2^50: no overflow).
     const long long seconds = ((7LL * d.weeks + d.days) * 24 + d.hours) * 3600 + 60LL * d.minutes + d.seconds;
-    if (!sum.set(sum.instant() + (sign == 0 ? seconds : -seconds))) return 2;
+    if (!sum.set(sum.instant() + (sign == 0 ? seconds : -seconds))) return CAL_TIME_E_TEXT;
     *outT = sum.instant();
     std::memcpy(*outIso, sum.text(), CAL_TIME_DATE_SIZE);
     return 0;
@@ -477,10 +477,10 @@ int cal_addLogicalDurationToLocalISO(char *durationText, char *localIso, time_t 
 // Periods
 
 int cal_time_buf_to_period(const char *s, period *p) noexcept {
-    if (p == nullptr || s == nullptr) return 1;
+    if (p == nullptr || s == nullptr) return CAL_TIME_E_ARG;
     const char *slash = std::strchr(s, '/');
-    if (slash == nullptr) return 1;
-    if (static_cast<size_t>(slash - s) > UINT32_MAX) return 2;
+    if (slash == nullptr) return CAL_TIME_E_ARG;
+    if (static_cast<size_t>(slash - s) > UINT32_MAX) return CAL_TIME_E_TEXT;
 
     struct Copy {
         char *text;
@@ -488,22 +488,23 @@ int cal_time_buf_to_period(const char *s, period *p) noexcept {
     };
     const Copy start_text{PL_strndup(s, static_cast<PRUint32>(slash - s))};
     const Copy end_text{PL_strdup(slash + 1)};
-    if (start_text.text == nullptr || end_text.text == nullptr) return 3;
+    if (start_text.text == nullptr || end_text.text == nullptr) return CAL_TIME_E_NOMEM;
 
     // An invalid start is kept as 0 on purpose; only a date-only one fails.
     time_t start = 0;
     int date_only = 0;
-    if (cal_time_datez_to_timet(start_text.text, &start, &date_only) == 1 || date_only) return 2;
+    if (cal_time_datez_to_timet(start_text.text, &start, &date_only) == CAL_TIME_E_ARG || date_only)
+        return CAL_TIME_E_TEXT;
 
     time_t end = 0;
     duration *length = nullptr;
     if (cal_time_datez_to_timet(end_text.text, &end, &date_only) != 0 || date_only) {
         end = 0;
         length = static_cast<duration *>(PR_Calloc(1, sizeof(duration)));
-        if (length == nullptr) return 3;
+        if (length == nullptr) return CAL_TIME_E_NOMEM;
         if (cal_time_buf_to_duration(end_text.text, length) != 0) {
             PR_Free(length);
-            return 2;
+            return CAL_TIME_E_TEXT;
         }
     }
     p->start = start;

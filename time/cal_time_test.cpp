@@ -94,7 +94,8 @@ TEST(DateStrings, ValidationByLengthAndField) {
 }
 
 TEST(DateStrings, FieldHelpers) {
-    EXPECT_EQ(checkNumberOfDaysHelper(2100, 2, 29) + checkNumberOfDaysHelper(2024, 13, 1), 1);
+    EXPECT_EQ(checkNumberOfDaysHelper(2100, 2, 29), 0);  // no century rule
+    EXPECT_EQ(checkNumberOfDaysHelper(2024, 13, 1), 1);
     struct Case {
         const char *s;
         int size, status, value;
@@ -342,7 +343,8 @@ TEST(Periods, ParseAndValidity) {
         EXPECT_EQ(owned, nullptr);
         cal_time_FreeDuration(&p.duration);
     }
-    EXPECT_EQ(cal_time_MightBePeriodString("20240101T100000/x") * 2 + cal_time_MightBePeriodString("20240101/x"), 2);
+    EXPECT_EQ(cal_time_MightBePeriodString("20240101T100000/x"), 1);
+    EXPECT_EQ(cal_time_MightBePeriodString("20240101/x"), 0);
 }
 
 TEST(Periods, SortAndSearchByStart) {

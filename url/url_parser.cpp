@@ -12,6 +12,8 @@
 #include <string_view>
 
 #include "orv/ascii.hpp"
+#include "orv/sizes.hpp"
+#include "orv/strcopy.hpp"
 
 extern "C" {
 
@@ -28,15 +30,6 @@ namespace {
 
 using std::string_view;
 
-// A malloc copy of the bytes; NULL when memory runs out.
-char *dup_view(string_view v) {
-    auto *copy = static_cast<char *>(std::malloc(v.size() + 1));
-    if (copy == nullptr) return nullptr;
-    if (!v.empty()) std::memcpy(copy, v.data(), v.size());
-    copy[v.size()] = '\0';
-    return copy;
-}
-
 void release(char *&field) {
     if (field != URLEmptyString) std::free(field);
     field = nullptr;
@@ -46,7 +39,7 @@ void release(char *&field) {
 void assign_parsed(char *&field, string_view v) {
     char *value = URLEmptyString;
     if (!v.empty()) {
-        value = dup_view(v);
+        value = orv::dup_string(v);
         if (value == nullptr) value = URLEmptyString;
     }
     release(field);
@@ -56,7 +49,7 @@ void assign_parsed(char *&field, string_view v) {
 // A set field: NULL stays NULL, anything else is copied. The copy is made
 // before the old value goes, so a field may be set from itself.
 void assign_set(char *&field, const char *text) {
-    char *value = text == nullptr ? nullptr : dup_view(text);
+    char *value = text == nullptr ? nullptr : orv::dup_string(text);
     if (text != nullptr && value == nullptr) value = URLEmptyString;
     release(field);
     field = value;
@@ -65,7 +58,7 @@ void assign_set(char *&field, const char *text) {
 // The same field in a copied object: shared and NULL values stay as they are.
 char *copy_field(const char *field) {
     if (field == nullptr || field == URLEmptyString) return const_cast<char *>(field);
-    char *copy = dup_view(field);
+    char *copy = orv::dup_string(field);
     return copy == nullptr ? URLEmptyString : copy;
 }
 
@@ -241,10 +234,7 @@ void assemble(URL *url) {
     if (url == nullptr || !url->dirty) return;
     size_t size = 1;
     bool overflow = false;
-    emit_url(url, [&](string_view piece) {
-        overflow |= piece.size() > SIZE_MAX - size;
-        size += piece.size();
-    });
+    emit_url(url, [&](string_view piece) { overflow |= !orv::size_add(size, piece.size()); });
     if (overflow) return;
     auto *text = static_cast<char *>(std::malloc(size));
     if (text == nullptr) return;  // keep the old text and stay dirty
@@ -265,7 +255,7 @@ string_view current_text(URL *url) {
     return url->text == nullptr ? string_view() : string_view(url->text);
 }
 
-char *copy_of_value(const char *value) { return value == nullptr ? nullptr : dup_view(value); }
+char *copy_of_value(const char *value) { return value == nullptr ? nullptr : orv::dup_string(value); }
 
 }  // namespace
 
@@ -318,7 +308,7 @@ URL *URLCopy(const URL *url) noexcept {
 char *URLGetUrl(URL *url) noexcept {
     if (url == nullptr) return nullptr;
     assemble(url);
-    return url->text == nullptr ? nullptr : dup_view(url->text);
+    return url->text == nullptr ? nullptr : orv::dup_string(url->text);
 }
 
 char *URLGetUser(URL *url) noexcept {
@@ -391,14 +381,16 @@ void URLSetParams(URL *url, caldict *dict) noexcept {
 char *URLGetPath(const URL *url) noexcept {
     if (url == nullptr || url->path == nullptr) return nullptr;
     const char *last = std::strrchr(url->path, '/');
-    return last == nullptr ? dup_view("") : dup_view(string_view(url->path, static_cast<size_t>(last - url->path) + 1));
+    return last == nullptr ? orv::dup_string("")
+                           : orv::dup_string(string_view(url->path, static_cast<size_t>(last - url->path) + 1));
 }
 
 char *CSIDPath(const URL *url) noexcept {
     if (url == nullptr) return nullptr;
     const char *path = url->path == nullptr ? "" : url->path;
     const char *first = std::strchr(path, '/');
-    return first == nullptr ? dup_view("") : dup_view(string_view(path, static_cast<size_t>(first - path)));
+    return first == nullptr ? orv::dup_string("")
+                            : orv::dup_string(string_view(path, static_cast<size_t>(first - path)));
 }
 
 void URLSetPath(URL *url, const char *dir) noexcept {
@@ -408,7 +400,7 @@ void URLSetPath(URL *url, const char *dir) noexcept {
         if (path.empty() || path.back() != '/') path += '/';
         const char *last = std::strrchr(url->path, '/');
         path += last == nullptr ? url->path : last + 1;
-        char *copy = dup_view(path);
+        char *copy = orv::dup_string(path);
         if (copy == nullptr) return;
         release(url->path);
         url->path = copy;
@@ -421,22 +413,26 @@ int IsLocalFile(const URL *url) noexcept { return url != nullptr && url->text !=
 char *ToLocalFile(URL *url) noexcept {
     if (url == nullptr) return nullptr;
     const string_view text = current_text(url);
-    if (IsLocalFile(url)) return dup_view(text);
+    if (IsLocalFile(url)) return orv::dup_string(text);
     if (istarts_with(text, "resource://")) return ResourceToFile(url);
-    if (!istarts_with(text, "file://") && !istarts_with(text, "capi://")) return dup_view("");
+    if (!istarts_with(text, "file://") && !istarts_with(text, "capi://")) return orv::dup_string("");
     string_view s = text.substr(7);
-    if (s.substr(0, 2) == "//") return dup_view(s);
+    if (s.substr(0, 2) == "//") return orv::dup_string(s);
     if (istarts_with(s, "localhost/"))
         s.remove_prefix(10);
     else if (!s.empty() && s[0] == '/')
         s.remove_prefix(1);
     if (s.size() >= 2 && s[1] == '|') {
-        char *out = dup_view(s);
+        char *out = orv::dup_string(s);
         if (out != nullptr) out[1] = ':';
         return out;
     }
     try {
-        return dup_view("/" + std::string(s));
+        // Appending rather than "/" + string: GCC 12 at -O3 warns (falsely)
+        // about an overlapping copy in the inserting operator+.
+        std::string path(1, '/');
+        path.append(s);
+        return orv::dup_string(path);
     } catch (const std::bad_alloc &) {
         return nullptr;
     }
@@ -469,7 +465,7 @@ char *ResourceToFile(URL *url) noexcept {
     const string_view tail = t.size() > 11 ? t.substr(11) : string_view();
     char *fileUrl;
     try {
-        fileUrl = dup_view("file:///" + std::string(line) + "/" + std::string(tail));
+        fileUrl = orv::dup_string("file:///" + std::string(line) + "/" + std::string(tail));
     } catch (const std::bad_alloc &) {
         return nullptr;
     }
@@ -530,7 +526,7 @@ void clearURL(URL *url) noexcept {
 
 char *copyFromAtoB(const char *a, const char *b) noexcept {
     if (a == nullptr || b == nullptr || b <= a) return URLEmptyString;
-    char *copy = dup_view(string_view(a, static_cast<size_t>(b - a)));
+    char *copy = orv::dup_string(string_view(a, static_cast<size_t>(b - a)));
     return copy == nullptr ? URLEmptyString : copy;
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "orvtest.hpp"
 #include "orvutil/url_parser.h"
 
 namespace {
@@ -168,13 +169,13 @@ TEST(Url, ResourcesResolveAgainstTheCurrentDirectory) {
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
     URL *url = URLCreate("resource://data/f.txt");
-    testing::internal::CaptureStdout();
-    const std::string local = take(ToLocalFile(url));
-    const std::string printed = testing::internal::GetCapturedStdout();
+    const auto run = orvtest::capture_output([url] { return take(ToLocalFile(url)); });
+    const std::string &local = run.value;
+    const std::string &printed = run.out;
     // The absolute directory behind "file:///" leaves a doubled slash.
-    EXPECT_EQ(local, "/" + std::string(cwd) + "/data/f.txt");
+    EXPECT_EQ(local, std::string("/") + cwd + "/data/f.txt");
     EXPECT_NE(printed.find("RESOURCE name " + std::string(cwd) + "\n"), std::string::npos) << printed;
-    EXPECT_NE(printed.find("[" + std::string(cwd) + "\n] " + std::to_string(strlen(cwd) + 1)), std::string::npos);
+    EXPECT_NE(printed.find(std::string("[") + cwd + "\n] " + std::to_string(strlen(cwd) + 1)), std::string::npos);
     EXPECT_STREQ(url->text, "resource://data/f.txt");
     URLFree(url);
 }

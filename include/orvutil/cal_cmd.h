@@ -59,13 +59,33 @@ ORV_BEGIN_DECLS
 #define CALCMD_BUILD_DATE          "Feb  9 2005"
 #define CALCMD_DEFAULT_DATE_FORMAT "%d-%b-%y %I:%M%p "
 
+/* Status values of the family. */
+#define CALCMD_OK      0
+#define CALCMD_E_FAIL  (-1) /* calcmd_Init, calcmd_Ops, calcmd_ReplaceString */
+#define CALCMD_REFUSED 1    /* a setter or small parser refused its value */
+/* Option callback results besides CALCMD_OK (go on). */
+#define CALCMD_OPTIONS_DONE   1    /* end option parsing with success */
+#define CALCMD_E_UNRECOGNISED (-1) /* option or command not recognised */
+/* calcmd_Cmds after "quit". */
+#define CALCMD_QUIT 1
+/* calcmd_Parse. */
+#define CALCMD_PARSE_E_ARG   1
+#define CALCMD_PARSE_E_BLANK 2
+/* calcmd_Import. */
+#define CALCMD_IMPORT_E_PATH  1
+#define CALCMD_IMPORT_E_OPEN  2
+#define CALCMD_IMPORT_E_CLOSE 3
+#define CALCMD_IMPORT_E_DEPTH 4
+
 /* The tool's own options: argv and argc of the command line and the index of
- * the argument to look at; advance *index over arguments consumed. Return 0
- * to go on, 1 to end option parsing with success, -1 when the argument is not
- * recognised, anything else to stop calcmd_Ops with that value. */
+ * the argument to look at; advance *index over arguments consumed. Return
+ * CALCMD_OK to go on, CALCMD_OPTIONS_DONE to end option parsing with
+ * success, CALCMD_E_UNRECOGNISED when the argument is not recognised,
+ * anything else to stop calcmd_Ops with that value. */
 typedef int (*calcmd_option_fn)(char **argv, int argc, int *index);
 /* The tool's own commands: the token vector (NULL-terminated, token 0 is the
- * command name). Return -1 when the command is not recognised. */
+ * command name). Return CALCMD_E_UNRECOGNISED when the command is not
+ * recognised. */
 typedef int (*calcmd_command_fn)(char **tokens);
 /* Help texts and the info printer. */
 typedef void (*calcmd_print_fn)(void);
@@ -124,15 +144,15 @@ typedef struct calcmd_tool {
 
 /* Starts NSPR and the locale library, allocates the context into *tool and
  * copies argv. interactive sets both the interactive and the test-rig flag.
- * Returns 0; -1 (and *tool NULL) for a NULL tool pointer or when memory runs
- * out. */
+ * Returns 0; CALCMD_E_FAIL (and *tool NULL) for a NULL tool pointer or when
+ * memory runs out. */
 ORV_API int calcmd_Init(calcmd_tool **tool, const char *program, const char *usage, int argc, char **argv,
                         int interactive, int optionsOnly, calcmd_option_fn optionFn, calcmd_print_fn optionHelpFn,
                         calcmd_command_fn commandFn, calcmd_print_fn commandHelpFn, calcmd_print_fn infoFn,
                         calcmd_script_fn scriptFn) ORV_NOEXCEPT;
-/* Parses the command line: 0 to go on; -1 to stop (help or build date shown,
- * or a bad option, message on standard error); or the option callback's own
- * result. */
+/* Parses the command line: 0 to go on; CALCMD_E_FAIL to stop (help or build
+ * date shown, or a bad option, message on standard error); or the option
+ * callback's own result. */
 ORV_API int calcmd_Ops(calcmd_tool *tool) ORV_NOEXCEPT;
 /* Runs the script, then a requested restore, then a requested backup, then
  * the prompt when interactive. Returns 0. */
@@ -142,15 +162,17 @@ ORV_API int calcmd_Input(calcmd_tool *tool) ORV_NOEXCEPT;
  * is converted from the character set of the C locale's LC_CTYPE to UTF-8
  * (MEE_LocalToUTF8); a line that does not convert is run as typed. */
 ORV_API int calcmd_Prompt(calcmd_tool *tool) ORV_NOEXCEPT;
-/* Runs one command line (modified in place). Returns 1 after "quit", else 0
- * (also when the command failed). */
+/* Runs one command line (modified in place). Returns CALCMD_QUIT after
+ * "quit", else 0 (also when the command failed). */
 ORV_API int calcmd_Cmds(calcmd_tool *tool, char *line) ORV_NOEXCEPT;
 /* Tokenizes line (trailing white space is cut in place). *rest receives the
- * raw text from the second token on, or NULL. Returns 0; 1 for a NULL tool,
- * line or rest; 2 for a blank line. */
+ * raw text from the second token on, or NULL. Returns 0; CALCMD_PARSE_E_ARG
+ * for a NULL tool, line or rest; CALCMD_PARSE_E_BLANK for a blank line. */
 ORV_API int calcmd_Parse(calcmd_tool *tool, char *line, char **rest) ORV_NOEXCEPT;
-/* Runs a script. Returns 0; 1 for a NULL path; 2 when it cannot be opened;
- * 3 when it cannot be closed; 4 when scripts are nested too deeply. */
+/* Runs a script. Returns 0; CALCMD_IMPORT_E_PATH for a NULL path (or when
+ * memory runs out); CALCMD_IMPORT_E_OPEN when it cannot be opened;
+ * CALCMD_IMPORT_E_CLOSE when it cannot be closed; CALCMD_IMPORT_E_DEPTH when
+ * scripts are nested too deeply. */
 ORV_API int calcmd_Import(calcmd_tool *tool, const char *path) ORV_NOEXCEPT;
 /* Frees the context, sets *tool to NULL, closes the output descriptor when
  * it is not standard output and stops the locale library; returns the
@@ -175,8 +197,8 @@ ORV_API int calcmd_CheckCmds(calcmd_tool *tool) ORV_NOEXCEPT;
 /* Tokens from index first on, joined by single blanks, in a process-wide
  * buffer of CALCMD_LINE_SIZE bytes (overwritten by the next call). */
 ORV_API const char *calcmd_ReadToEOL(calcmd_tool *tool, int first) ORV_NOEXCEPT;
-/* *target := copy of text (NULL text frees and nulls). 0, or -1 when memory
- * runs out (the old text is then kept). */
+/* *target := copy of text (NULL text frees and nulls). 0, or CALCMD_E_FAIL
+ * when memory runs out (the old text is then kept). */
 ORV_API int calcmd_ReplaceString(char **target, const char *text) ORV_NOEXCEPT;
 ORV_API void calcmd_FreeString(char **target) ORV_NOEXCEPT;
 ORV_API PRFileDesc *calcmd_GetOutputFileDescriptor(void) ORV_NOEXCEPT;
@@ -191,7 +213,7 @@ ORV_API void calcmd_EnableBackup(calcmd_tool *tool, int needsId, calcmd_backup_f
 
 /* Setters take argv[*index + 1] (and the one after for ids), advance *index
  * over what they take and return 0, or print their message on standard error
- * and return 1 changing nothing. A value beginning with '-' is refused except
+ * and return CALCMD_REFUSED changing nothing. A value beginning with '-' is refused except
  * for the output directory. A port is valid when atoi() of it is positive;
  * the text is stored. */
 ORV_API int calcmd_SetScript(calcmd_tool *tool, char **argv, int argc, int *index) ORV_NOEXCEPT;
@@ -223,9 +245,11 @@ ORV_API void calcmd_Info(calcmd_tool *tool) ORV_NOEXCEPT;
 
 /* 1 for "on", "true" or "yes" in any case; 0 for anything else and NULL. */
 ORV_API int calcmd_OnOff(const char *text) ORV_NOEXCEPT;
-/* Reads a decimal number into *value: 0; 1 for NULL text or a text that is
- * not a number in 0..4294967295 ("bad unsigned 32 bit string: %s\n" on
- * standard error). Surrounding blanks and a leading '+' are accepted. */
+/* Reads a number as sscanf's "%ld" does (leading blanks, a sign, text after
+ * the digits ignored) and stores it cut to 32 bits: "-1" stores 4294967295,
+ * "7x" stores 7, a number beyond the range of long saturates before the cut.
+ * 0; 1 for NULL text, and for text with no number at all after printing
+ * "bad unsigned 32 bit string: %s\n" on standard error. */
 ORV_API int calcmd_SetUINT32(const char *text, unsigned int *value) ORV_NOEXCEPT;
 /* YYYYMMDDTHHMMSS[Z] to a time value: with 'Z' as UTC, else as local time
  * (daylight saving taken as not in force). Fields are read by position

@@ -27,8 +27,8 @@
  * Names compare as configuration names (ASCII case ignored). A name may
  * repeat: look-ups and edits act on the last entry of that name.
  *
- * Status codes: 0 success, -1 failure (and 1 for calconf_Delete when
- * nothing matched). This module logs nothing itself; the platform's file
+ * Status codes: CALCONF_OK (0) success, CALCONF_E_FAIL (-1) failure, and
+ * CALCONF_NOT_FOUND (1) for calconf_Delete when nothing matched. This module logs nothing itself; the platform's file
  * driver reports a file it cannot read (level 3) and skipped malformed lines
  * (level 4). Strings handed out are allocated with
  * malloc: free them with free(). A handle is used by one thread at a time.
@@ -41,6 +41,10 @@
 #include "platform/config.h"
 
 ORV_BEGIN_DECLS
+
+#define CALCONF_OK        0
+#define CALCONF_E_FAIL    (-1)
+#define CALCONF_NOT_FOUND 1 /* calconf_Delete: nothing matched */
 
 /* An open configuration file. The fields may be read; change them only
  * through the functions below (the look-up index relies on it). Look-ups

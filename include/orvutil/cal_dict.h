@@ -44,6 +44,10 @@
 
 ORV_BEGIN_DECLS
 
+/* Status of the changing calls (look-ups answer NULL, 0 or -1 as said). */
+#define CALDICT_OK     0
+#define CALDICT_E_FAIL (-1)
+
 typedef struct caldict {
     array_t *names;  /* string array: entry i is the name of pair i */
     array_t *values; /* pointer array: entry i is the value of pair i */

@@ -9,9 +9,10 @@
 
 ORV_BEGIN_DECLS
 
-/* Status values (the 32-bit patterns 0x80070057 and 0x8007000E). */
-#define CAL_DOMAIN_E_INVALIDARG  ((int)0x80070057u)
-#define CAL_DOMAIN_E_OUTOFMEMORY ((int)0x8007000Eu)
+/* Status values (the 32-bit patterns 0x80070057 and 0x8007000E, see
+ * orv_defs.h). */
+#define CAL_DOMAIN_E_INVALIDARG  ORV_E_INVALIDARG
+#define CAL_DOMAIN_E_OUTOFMEMORY ORV_E_OUTOFMEMORY
 
 /* Stores a malloc copy of the default domain in *out (free it with free()).
  * 0; CAL_DOMAIN_E_INVALIDARG when out is NULL or *out is not NULL (nothing

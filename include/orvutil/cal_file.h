@@ -5,8 +5,9 @@
  * and deletion of a directory's contents.
  *
  * Every function takes NUL-terminated paths and allocates nothing the caller
- * has to free. Functions that can fail return 0 on success and -1 on
- * failure; the directory deleters always return 0. Only
+ * has to free. Functions that can fail return CALFILE_OK (0) on success
+ * and CALFILE_E_FAIL (-1) on failure; the directory deleters always return
+ * 0. Only
  * calfile_mkdir_recursive logs (level 3, tag "UTIL"). NSPR's error state is
  * left as the failing call set it.
  */
@@ -16,6 +17,9 @@
 #include "orv_defs.h"
 
 ORV_BEGIN_DECLS
+
+#define CALFILE_OK     0
+#define CALFILE_E_FAIL (-1)
 
 /* Puts a path into this platform's form, in place: calfile_DosToUnixPath.
  * NULL is ignored. */

@@ -12,6 +12,10 @@
 
 ORV_BEGIN_DECLS
 
+/* Status of the formatters: 0, or a NULL pointer or too small a buffer. */
+#define CAL_GUID_OK       0
+#define CAL_GUID_E_BUFFER 1
+
 #define CAL_GUID_SIZE 16
 /* Buffer sizes the formatters need, terminator included. */
 #define CAL_GUID_STRING_SIZE    33

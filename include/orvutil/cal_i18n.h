@@ -39,7 +39,7 @@ ORV_API char *cal_i18n_et_message_localcharset(int errorCode, int languageId) OR
  * dir/en/file, as a malloc string, or NULL when none is readable or an
  * argument is NULL. Each candidate is built in strlen(dir) + strlen(file) +
  * strlen(lang) + 9 bytes; a candidate that does not fit (a site language
- * much longer than lang) is skipped rather than cut. */
+ * much longer than lang) is cut to that size and tried as cut. */
 ORV_API char *cal_i18n_get_localized_file(const char *dir, const char *file, const char *lang) ORV_NOEXCEPT;
 /* The locale library's MEE_IsDBCSLanguage and MEE_IsASCIIString. */
 ORV_API int cal_i18n_isdbcslanguage(const char *language) ORV_NOEXCEPT;

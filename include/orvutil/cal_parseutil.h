@@ -32,9 +32,9 @@ ORV_BEGIN_DECLS
  * Nothing here logs.
  * ------------------------------------------------------------------- */
 
-/* The bit patterns 0x80070057 and 0x8007000E as int. */
-#define CAL_PARSEUTIL_E_INVALIDARG  (-0x7FF8FFA9)
-#define CAL_PARSEUTIL_E_OUTOFMEMORY (-0x7FF8FFF2)
+/* The bit patterns 0x80070057 and 0x8007000E as int (see orv_defs.h). */
+#define CAL_PARSEUTIL_E_INVALIDARG  ORV_E_INVALIDARG
+#define CAL_PARSEUTIL_E_OUTOFMEMORY ORV_E_OUTOFMEMORY
 
 ORV_API int cal_parseutil_isNotAllowableGroupIDChar(char c) ORV_NOEXCEPT;
 /* 1 when s is non-NULL, non-empty and made of group characters only. */
@@ -106,7 +106,10 @@ ORV_API int cal_parseutil_print_char_ical(struct protstream *s, char c) ORV_NOEX
 /* Puts c raw; always 0. */
 ORV_API int cal_parseutil_print_char_xml(struct protstream *s, char c) ORV_NOEXCEPT;
 
-/* String writers: 1 when s is NULL, else 0; a NULL string writes nothing. */
+/* String writers: CAL_PARSEUTIL_E_NOSTREAM when s is NULL, else 0; a NULL
+ * string writes nothing. The character escapers answer the same for a NULL
+ * stream (or column pointer). */
+#define CAL_PARSEUTIL_E_NOSTREAM 1
 ORV_API int cal_parseutil_print_string_ical_es(struct protstream *s, const char *str, int escape) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_print_string_ical(struct protstream *s, const char *str) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_print_string_no_esc_ical(struct protstream *s, const char *str) ORV_NOEXCEPT;
@@ -119,9 +122,12 @@ ORV_API int cal_parseutil_print_string_xml_no_esc(struct protstream *s, const ch
  * source with LF and CR replaced by "&#10;" (a lone CR becomes a line feed);
  * the full form also replaces '"' '&' '\'' '/' '<' '>' by "&#34;" "&#38;"
  * "&#39;" "&#47;" "&#60;" "&#62;". With compress non-zero every CR LF is
- * first turned into LF. A non-NULL *out is freed first. Returns 0; 1 for a
- * NULL source, a failed allocation or a source too long to size (out stays
- * NULL); 2 for a NULL out. */
+ * first turned into LF. A non-NULL *out is freed first. Returns 0;
+ * CAL_PARSEUTIL_XML_E_SOURCE for a NULL source, a failed allocation or a
+ * source too long to size (out stays NULL); CAL_PARSEUTIL_XML_E_OUT for a
+ * NULL out. */
+#define CAL_PARSEUTIL_XML_E_SOURCE 1
+#define CAL_PARSEUTIL_XML_E_OUT    2
 ORV_API int cal_parseutil_convert_to_xml_string(const char *source, char **out, int compress) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_convert_to_xml_string_always(const char *source, char **out, int compress) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_convert_to_xml_string_helper(const char *source, char **out, int compress,
@@ -166,27 +172,36 @@ ORV_API char *cal_parseutil_trim(char *s) ORV_NOEXCEPT;
  * pointers (capacity 10, grown by 10, so a list of n elements costs n / 10
  * reallocations), freed with
  * cal_parseutil_free_char_list. Returns 0 with *count set (0 with count 0
- * for a NULL text); 1 with count 0 when list or count is NULL or an
- * allocation other than growth fails; 3 with count 0 when growth fails.
- * On failure *list is NULL and nothing is leaked.
+ * for a NULL text); CAL_PARSEUTIL_LIST_E_ALLOC with count 0 when list or
+ * count is NULL or an allocation other than growth fails;
+ * CAL_PARSEUTIL_LIST_E_GROW with count 0 when growth fails. On failure
+ * *list is NULL and nothing is leaked.
  */
+#define CAL_PARSEUTIL_LIST_E_ALLOC 1
+#define CAL_PARSEUTIL_LIST_E_GROW  3
 ORV_API int cal_parseutil_get_char_list(const char *text, char ***list, int *count, char delimiter) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_get_comma_list(const char *text, char ***list, int *count) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_get_semicolon_list(const char *text, char ***list, int *count) ORV_NOEXCEPT;
 /* Frees count elements (NULL ones skipped) and the list, and sets *list to
- * NULL. 1 for a NULL list address, 2 when *list is NULL, else 0. */
+ * NULL. CAL_PARSEUTIL_FREE_E_ADDRESS for a NULL list address,
+ * CAL_PARSEUTIL_FREE_E_NOLIST when *list is NULL, else 0. */
+#define CAL_PARSEUTIL_FREE_E_ADDRESS 1
+#define CAL_PARSEUTIL_FREE_E_NOLIST  2
 ORV_API int cal_parseutil_free_char_list(char ***list, int count) ORV_NOEXCEPT;
 /* The same split into a new string array stored in *array (any previous
  * pointer there is overwritten, not freed; free the new one with
  * strarray_free_and_destroy). 0 on success; 0 with *array untouched for a
  * NULL text or address; 0 with *array NULL when the array cannot be made;
- * 2 when an element cannot be copied (*array keeps the elements so far). */
+ * CAL_PARSEUTIL_ARRAY_E_COPY when an element cannot be copied (*array keeps
+ * the elements so far). */
+#define CAL_PARSEUTIL_ARRAY_E_COPY 2
 ORV_API int cal_parseutil_get_char_array(const char *text, char delimiter, array_t **array) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_get_comma_array(const char *text, array_t **array) ORV_NOEXCEPT;
 ORV_API int cal_parseutil_get_semicolon_array(const char *text, array_t **array) ORV_NOEXCEPT;
 /* Stores a new string array with copies of strings[0..n-1] in *array and
- * returns n; returns 0 (and stores nothing) when array is NULL, n <= 0,
- * strings is NULL or the array cannot be made. */
+ * returns n; n <= 0 stores a new empty array and returns 0. Returns 0 and
+ * stores nothing when array is NULL, strings is NULL with n > 0, or the
+ * array cannot be made. */
 ORV_API int cal_parseutil_to_calstrarray(array_t **array, int n, char **strings) ORV_NOEXCEPT;
 /* Cuts text in place at every space and tab and appends a copy of each
  * piece to array; two blanks in a row give an empty piece, an empty tail
@@ -216,9 +231,12 @@ ORV_API int cal_parseutil_ContainsSearch(const char *entry, const char *pattern,
 ORV_API int cal_parseutil_ExactSearch(const char *entry, const char *pattern, int namelen) ORV_NOEXCEPT;
 /* Appends a copy of every "name=value" entry of vector whose name matches
  * pattern (mode 1 prefix, 2 suffix, 3 contains, other exact) to *array,
- * creating the array when *array is NULL. 0; 1 when vector is NULL or
- * empty or pattern/array is NULL; 2 when the array cannot be made.
- * Entries without '=' are skipped. */
+ * creating the array when *array is NULL. 0; CAL_PARSEUTIL_SEARCH_E_ARG
+ * when vector is NULL or empty or pattern/array is NULL;
+ * CAL_PARSEUTIL_SEARCH_E_ARRAY when the array cannot be made. Entries
+ * without '=' are skipped. */
+#define CAL_PARSEUTIL_SEARCH_E_ARG   1
+#define CAL_PARSEUTIL_SEARCH_E_ARRAY 2
 ORV_API int cal_parseutil_searchForString(char **vector, const char *pattern, int mode, array_t **array) ORV_NOEXCEPT;
 
 /* ---------------------------------------------------------------------

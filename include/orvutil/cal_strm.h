@@ -27,6 +27,9 @@
 
 ORV_BEGIN_DECLS
 
+/* What a counting call answers instead of a count when it fails. */
+#define CALSTRM_E_FAIL (-1)
+
 #define CALSTRM_DEFAULT_CHUNK 4096
 
 typedef struct calstrm {

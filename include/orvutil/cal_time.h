@@ -5,8 +5,9 @@
  * They are exchanged as ISO 8601 basic strings: a date-time is
  * "YYYYMMDDTHHMMSS" with an optional trailing 'Z', a date is "YYYYMMDD".
  *
- * Status codes of the family: 0 success, 1 bad argument, 2 invalid text,
- * 3 out of memory.
+ * Status codes of the family: CAL_TIME_OK (0) success, CAL_TIME_E_ARG (1)
+ * bad argument, CAL_TIME_E_TEXT (2) invalid text, CAL_TIME_E_NOMEM (3) out
+ * of memory.
  *
  * Nothing here allocates a string: the caller owns every output buffer and
  * passes one at least as large as the size named for it below. Heap
@@ -24,6 +25,11 @@
 #include "orv_defs.h"
 
 ORV_BEGIN_DECLS
+
+#define CAL_TIME_OK      0
+#define CAL_TIME_E_ARG   1
+#define CAL_TIME_E_TEXT  2
+#define CAL_TIME_E_NOMEM 3
 
 /* ---------------------------------------------------------------------
  * Date-time strings and conversions

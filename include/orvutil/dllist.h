@@ -8,7 +8,7 @@
  * free procedure. List records and links are allocated with malloc and
  * released by the DLL_ calls only.
  *
- * Result codes: 0 success; 1 failure (NULL or empty list, cursor out of
+ * Result codes: DLL_OK (0) success; DLL_E_FAIL (1) failure (NULL or empty list, cursor out of
  * range, bad cursor state, no memory); DLL_SLOWLY_FREED (999) from
  * DLL_SlowlyFreeAll once it has freed the record; DLL_ALREADY_PRESENT (1012)
  * from DLL_InsertSortUnique when an equal object is present.
@@ -30,6 +30,10 @@
 #include "orv_defs.h"
 
 ORV_BEGIN_DECLS
+
+/* Result codes. */
+#define DLL_OK     0
+#define DLL_E_FAIL 1
 
 #define DLL_SLOWLY_FREED    999
 #define DLL_ALREADY_PRESENT 1012

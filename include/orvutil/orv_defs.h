@@ -24,6 +24,13 @@
 #define ORV_END_DECLS
 #endif
 
+/* The status of the identifier functions and of the default-domain look-up
+ * for a bad argument or an invalid identifier (the 32-bit pattern
+ * 0x80070057), and for memory running out (0x8007000E): one spelling for
+ * every family that uses them. */
+#define ORV_E_INVALIDARG  ((int)0x80070057u)
+#define ORV_E_OUTOFMEMORY ((int)0x8007000Eu)
+
 #if defined(__GNUC__)
 #define ORV_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 #else

@@ -1,6 +1,8 @@
 #include "orvtest.hpp"
 
+#include <fcntl.h>
 #include <unistd.h>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -93,5 +95,46 @@ void write_file(const std::string &path, const std::string &content) {
 }
 
 bool file_exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
+
+OutputCapture::OutputCapture() : out_(start(STDOUT_FILENO)), err_(start(STDERR_FILENO)) {}
+
+OutputCapture::~OutputCapture() {
+    stop(err_);
+    stop(out_);
+}
+
+std::string OutputCapture::out() const { return text(out_); }
+std::string OutputCapture::err() const { return text(err_); }
+
+OutputCapture::Redirect OutputCapture::start(int fd) {
+    std::fflush(nullptr);
+    char name[] = "/tmp/orvcapture.XXXXXX";
+    const int file = mkstemp(name);
+    if (file < 0) throw std::runtime_error("mkstemp failed");
+    unlink(name);
+    const int saved = dup(fd);
+    if (saved < 0 || dup2(file, fd) < 0) throw std::runtime_error("cannot redirect a descriptor");
+    return Redirect{fd, saved, file};
+}
+
+std::string OutputCapture::text(const Redirect &r) {
+    std::fflush(nullptr);
+    std::string all;
+    char buf[4096];
+    for (off_t at = 0;;) {
+        const ssize_t n = pread(r.file, buf, sizeof buf, at);
+        if (n <= 0) break;
+        all.append(buf, static_cast<size_t>(n));
+        at += n;
+    }
+    return all;
+}
+
+void OutputCapture::stop(const Redirect &r) {
+    std::fflush(nullptr);
+    dup2(r.saved, r.fd);
+    close(r.saved);
+    close(r.file);
+}
 
 }  // namespace orvtest

@@ -3,6 +3,8 @@
 
 #include <mutex>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace orvtest {
@@ -62,6 +64,47 @@ class LogCapture {
     mutable std::mutex mutex_;
     std::vector<LogRecord> records_;
 };
+
+// What the process writes to standard output and standard error while the
+// object lives, caught at the descriptor level so that NSPR's writes are
+// caught as well as stdio's. out() and err() flush stdio and give all so far.
+// Test failures reported meanwhile would be caught too: check afterwards.
+class OutputCapture {
+  public:
+    OutputCapture();
+    ~OutputCapture();
+    OutputCapture(const OutputCapture &) = delete;
+    OutputCapture &operator=(const OutputCapture &) = delete;
+    std::string out() const;
+    std::string err() const;
+
+  private:
+    struct Redirect {
+        int fd;     // the descriptor captured
+        int saved;  // its original, restored at the end
+        int file;   // the temporary file that receives it
+    };
+    static Redirect start(int fd);
+    static std::string text(const Redirect &r);
+    static void stop(const Redirect &r);
+    Redirect out_;
+    Redirect err_;
+};
+
+// The result of f() and what it wrote to standard output and error.
+template <class F>
+struct Captured {
+    std::invoke_result_t<F> value;
+    std::string out;
+    std::string err;
+};
+
+template <class F>
+Captured<F> capture_output(F f) {
+    OutputCapture capture;
+    auto value = f();
+    return Captured<F>{std::move(value), capture.out(), capture.err()};
+}
 
 // Whole-file read and write helpers; read returns "" for a missing file.
 std::string read_file(const std::string &path);

@@ -1,9 +1,11 @@
 // orvadmin: inspect and edit an installation and try the library, from the
 // command line, a script or an interactive prompt.
 //
-// Exit status: 0 when every command succeeded; 1 when a command failed or
-// was not recognised; 2 when the script given with -I cannot be read; 64
-// when the command line is wrong. "-?" and "-#" alone end with 0.
+// Exit status: 0 when every command succeeded; otherwise the status of the
+// last command that failed (1 in general, 3 to 5 for the network steps of
+// "get" and "tcp", 1 for an unrecognised command); 2 when the script given
+// with -I cannot be read; 64 when the command line is wrong. "-?" and "-#"
+// alone end with 0.
 #include <unistd.h>
 
 #include <clocale>
@@ -47,10 +49,13 @@ const Command commands[] = {
     {"ps", 0, "ps [name]", "running processes, or those of one name", cmd_ps},
     {"counters", 0, "counters [-w secs [-n count]] [object]", "live counters; --prometheus [file] for scrapers",
      cmd_counters},
+    {"get", 1, "get [-t seconds] url", "an HTTP/1.0 GET, the response line by line", cmd_get},
+    {"tcp", 3, "tcp [-t seconds] host port text", "text and a LF sent over TCP, the reply", cmd_tcp},
+    {"log", 2, "log tail file [count]", "the last records of a log and its rolled files", cmd_log},
 };
 
 calcmd_tool *the_tool = nullptr;
-bool failed = false;
+int failure = 0;  // the status of the last command that failed
 
 const char *const own_options[] = {
     "-c file                      - configuration file",
@@ -98,10 +103,10 @@ int command(char **tokens) {
     for (const Command &c : commands) {
         if (!ascii_iequal(tokens[0], c.name)) continue;
         int r = argc - 1 < c.minArgs ? fail(c.name, "usage: %s", c.usage) : c.run(argc, tokens);
-        if (r != 0) failed = true;
+        if (r != 0) failure = r;
         return 0;
     }
-    failed = true;
+    failure = 1;
     return -1;
 }
 
@@ -172,7 +177,7 @@ int run(int argc, char **argv) {
             calcmd_SetPrompt(the_tool, tty && more ? 1 : 0);
             calcmd_Input(the_tool);
             if (!tty && more) run_piped();
-            status = failed ? 1 : 0;
+            status = failure;
         }
     }
     calcmd_Exit(&the_tool);

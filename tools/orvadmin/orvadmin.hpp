@@ -6,7 +6,8 @@
 namespace orvadmin {
 
 // A command: argv[0] is its name, argc counts it. Returns 0 on success, 1
-// on failure after printing a message with fail().
+// (or a status of its own, which becomes the tool's exit status) on failure
+// after printing a message with fail().
 using Run = int (*)(int argc, char **argv);
 
 struct Command {
@@ -59,5 +60,10 @@ int cmd_ps(int argc, char **argv);
 
 // Live counters of the instance's registry (counter_cmds.cpp).
 int cmd_counters(int argc, char **argv);
+// HTTP GET and raw TCP exchanges (http_cmds.cpp).
+int cmd_get(int argc, char **argv);
+int cmd_tcp(int argc, char **argv);
+// Log files (log_cmds.cpp).
+int cmd_log(int argc, char **argv);
 
 }  // namespace orvadmin

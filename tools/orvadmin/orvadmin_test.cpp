@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "orvnginx.hpp"
 #include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/platform/counter.h"
@@ -215,15 +218,28 @@ TEST(Orvadmin, UrlAndQueryCommands) {
         r.out);
 }
 
+// One command line each, run in order: its status, its whole output and a
+// part of its error output.
+struct Step {
+    std::string line;
+    int status;
+    std::string out, err;
+};
+template <size_t N>
+void run_steps(const Step (&steps)[N]) {
+    for (const auto &s : steps) {
+        SCOPED_TRACE(s.line);
+        Result r = admin({}, s.line + "\n");
+        EXPECT_EQ(s.status, r.status);
+        EXPECT_EQ(s.out, r.out);
+        EXPECT_TRUE(has(r.err, s.err)) << r.err;
+    }
+}
+
 TEST(Orvadmin, ConfCommands) {
     orvtest::TempDir dir;
     std::string f = dir.file("t.conf");
     orvtest::write_file(f, "b = 2\na = 1\n");
-    struct Step {
-        std::string line;
-        int status;
-        std::string out, err;
-    };
     const Step steps[] = {
         {"conf list " + f, 0, "b = 2\na = 1\n", ""},
         {"conf get " + f + " A", 0, "A = 1\n", ""},
@@ -237,13 +253,7 @@ TEST(Orvadmin, ConfCommands) {
         {"conf move " + f, 1, "", "conf: usage: conf list|get|set|del file [name [value]]\n"},
         {"conf get " + f, 1, "", "conf: usage: conf list|get|set|del file [name [value]]\n"},
     };
-    for (const auto &s : steps) {
-        SCOPED_TRACE(s.line);
-        Result r = admin({}, s.line + "\n");
-        EXPECT_EQ(s.status, r.status);
-        EXPECT_EQ(s.out, r.out);
-        EXPECT_TRUE(has(r.err, s.err)) << r.err;
-    }
+    run_steps(steps);
     // Written back sorted, whole, with the value quoted.
     EXPECT_EQ("a = 1\nc = \"x y\"\n", orvtest::read_file(f));
 }
@@ -329,6 +339,60 @@ TEST(Orvadmin, CountersPrintWatchAndExport) {
     counterobject_close(web);
     countermsg_free_registry(reg);
     config_freecache(cc);
+}
+
+TEST(Orvadmin, HttpCommands) {
+    orvtest::Nginx web;
+    ASSERT_TRUE(web.started());
+    orvtest::write_file(web.root() + "/small.txt", "hello\n");
+    // A peer that accepts (in the kernel's backlog) and never answers.
+    int mute = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t len = sizeof a;
+    bind(mute, reinterpret_cast<sockaddr *>(&a), len);
+    listen(mute, 4);
+    getsockname(mute, reinterpret_cast<sockaddr *>(&a), &len);
+    const std::string port = std::to_string(web.port()), silent = std::to_string(ntohs(a.sin_port));
+    const std::string url = "http://127.0.0.1:" + port;
+    const struct {
+        std::string input;
+        int status;
+        std::string out, err;
+    } cases[] = {
+        {"get " + url + "/small.txt", 0, "HTTP/1.1 200 OK\r\n", ""},
+        {"get " + url + "/echo?q=1&r=2", 0, "\r\n\r\nargs=q=1&r=2 a= b=\n", ""},
+        {"tcp localhost " + port + " \"GET /small.txt HTTP/1.0\\n\"", 0, "\r\n\r\nhello\n", ""},
+        {"get ftp://127.0.0.1/", 1, "", "get: not an http URL with a host: ftp://127.0.0.1/"},
+        {"get -t 1 http://127.0.0.1:" + std::to_string(orvtest::free_port()), 3, "", "connection failed"},
+        {"get " + url + "/" + std::string(1100, 'p'), 4, "", "get: cannot send the request"},
+        {"get -t 1 http://127.0.0.1:" + silent + "/", 5, "", "get: no complete response within 1 seconds"},
+        {"tcp -t 1 127.0.0.1 " + silent + " hello", 5, "", "tcp: no reply within 1 seconds"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.input);
+        Result r = admin({}, c.input + "\n");
+        EXPECT_EQ(c.status, r.status);
+        EXPECT_TRUE(has(r.out, c.out)) << r.out;
+        EXPECT_TRUE(has(r.err, c.err)) << r.err;
+    }
+    close(mute);
+}
+
+TEST(Orvadmin, LogTailReadsBackIntoRolledFiles) {
+    orvtest::TempDir dir;
+    const std::string f = dir.file("svc.log");
+    orvtest::write_file(f + ".20261120T000000.000000Z", "r1\nr2\n");
+    orvtest::write_file(f + ".20261121T000000.000000Z", "r3\nr4\n");
+    orvtest::write_file(f + ".lock", "");
+    orvtest::write_file(f, "r5\n");
+    const Step steps[] = {
+        {"log tail " + f + " 4", 0, "r2\nr3\nr4\nr5\n", ""},
+        {"log tail " + f + " 1", 0, "r5\n", ""},
+        {"log tail " + f, 0, "r1\nr2\nr3\nr4\nr5\n", ""},
+        {"log tail " + dir.file("none.log"), 1, "", "log: cannot read " + dir.file("none.log") + "\n"},
+        {"log tail " + f + " 0", 1, "", "log: usage: log tail file [count]\n"},
+    };
+    run_steps(steps);
 }
 
 TEST(Orvadmin, TourRunsClean) {

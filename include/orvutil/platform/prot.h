@@ -8,7 +8,9 @@
  *
  * The record is public so that writers may check the flags and look at the
  * bytes not yet flushed (the iCalendar writers find the current column in
- * the buffer). Change the fields only through the functions below.
+ * the buffer). Change the fields only through the functions below; a writer
+ * that wants to store bytes into the buffer itself (a vectorised copy, say)
+ * asks for the room with prot_reserve and hands it back with prot_commit.
  *
  * Put rule (prot_putc, and byte by byte prot_write):
  *   1. when `error` or `eof` is set the byte is silently dropped;
@@ -88,6 +90,22 @@ ORV_API int prot_putc(int c, struct protstream *s) ORV_NOEXCEPT;
 /* Puts len bytes by the put rule, with the same result as len prot_putc
  * calls; returns as prot_putc does. */
 ORV_API int prot_write(struct protstream *s, const char *buf, size_t len) ORV_NOEXCEPT;
+
+/* Room in the buffer for a writer that stores bytes itself: returns where
+ * the next byte goes and sets *room to the number of free bytes there (at
+ * least 1, since a full buffer is flushed at once). The writer stores at
+ * most *room bytes from that pointer and then calls prot_commit with how
+ * many of them it puts; bytes stored beyond those are scratch, overwritten
+ * later. Nothing is flushed, so the flush points stay those of the put
+ * rule. NULL (and *room 0) for NULL arguments or a set error/end-of-stream
+ * flag. */
+ORV_API unsigned char *prot_reserve(struct protstream *s, size_t *room) ORV_NOEXCEPT;
+
+/* Puts the first used bytes of the room prot_reserve gave, as used
+ * prot_putc calls would: the buffer is flushed when they fill it. No other
+ * call on the stream may come between the two. Returns as prot_putc does,
+ * and -1 (putting nothing) when used is more than the free room. */
+ORV_API int prot_commit(struct protstream *s, size_t used) ORV_NOEXCEPT;
 
 /* Formats like printf and writes the text; returns as prot_write does, and
  * -1 also when formatting fails. */

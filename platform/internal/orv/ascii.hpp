@@ -41,4 +41,27 @@ constexpr bool ascii_iequal(std::string_view a, std::string_view b) {
     return true;
 }
 
+// Three-way comparisons ignoring case, by the C library's strcasecmp rule
+// in the C locale: 'A'-'Z' fold onto 'a'-'z', bytes compare unsigned, the
+// caller's locale plays no part. NSPR's PL_strcasecmp folds onto 'A'-'Z'
+// instead, which orders '[' to '`' after the letters rather than before: the
+// configuration and profiling files' sorts keep calling it for that order.
+constexpr int ascii_casecmp(const char *a, const char *b) {
+    for (;; ++a, ++b) {
+        const int ca = ascii_tolower(static_cast<unsigned char>(*a));
+        const int cb = ascii_tolower(static_cast<unsigned char>(*b));
+        if (ca != cb || ca == 0) return ca - cb;
+    }
+}
+
+// The same over at most n bytes (strncasecmp).
+constexpr int ascii_ncasecmp(const char *a, const char *b, size_t n) {
+    for (; n > 0; --n, ++a, ++b) {
+        const int ca = ascii_tolower(static_cast<unsigned char>(*a));
+        const int cb = ascii_tolower(static_cast<unsigned char>(*b));
+        if (ca != cb || ca == 0) return ca - cb;
+    }
+    return 0;
+}
+
 }  // namespace orv

@@ -1,0 +1,192 @@
+// The client against a scripted, misbehaving peer on loopback: silence,
+// endless lines, dribbled bytes, resets and refusals. Every wait is bounded.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "orvproc.hpp"
+#include "orvutil/cal_http.h"
+
+namespace {
+
+// A listening loopback socket (not listening yet when later is set: a
+// connect is refused until listen()).
+int bound_socket(int *port, bool later = false) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a);
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    *port = ntohs(a.sin_port);
+    if (!later) listen(fd, 4);
+    return fd;
+}
+
+bool readable(int fd) {
+    pollfd p{fd, POLLIN, 0};
+    return poll(&p, 1, 10000) > 0;
+}
+
+// Reads up to the empty line that ends a request (or the peer's close).
+std::string request(int fd) {
+    std::string got;
+    char c;
+    while (got.find("\n\n") == std::string::npos && readable(fd) && read(fd, &c, 1) == 1) got += c;
+    return got;
+}
+
+// One action of the scripted peer: 'r' read a request, 's' send the text,
+// 'd' send it a byte at a time with pauses, 'x' reset the connection, 'w'
+// wait until the client closes.
+struct Act {
+    char op;
+    std::string text = "";
+};
+
+// Accepts one connection per action list and plays it.
+class Peer {
+  public:
+    explicit Peer(std::vector<std::vector<Act>> script) : listener_(bound_socket(&port_)) {
+        thread_ = std::thread([this, script] {
+            for (const auto &acts : script) {
+                int fd = readable(listener_) ? accept(listener_, nullptr, nullptr) : -1;
+                for (const Act &a : acts) play(fd, a);
+                if (fd >= 0) close(fd);
+                ++done;
+            }
+        });
+    }
+    ~Peer() {
+        finish();
+        close(listener_);
+    }
+    // Waits for the script's end: the last request read.
+    std::string finish() {
+        if (thread_.joinable()) thread_.join();
+        return heard_;
+    }
+    int port() const { return port_; }
+    std::atomic<int> done{0};
+
+  private:
+    std::string heard_;
+    void play(int &fd, const Act &a) {
+        if (a.op == 'r') heard_ = request(fd);
+        if (a.op == 'w') readable(fd);
+        for (size_t i = 0; a.op == 'd' && i < a.text.size(); ++i) {
+            send(fd, &a.text[i], 1, MSG_NOSIGNAL);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        for (size_t at = 0; a.op == 's' && at < a.text.size();) {
+            ssize_t n = send(fd, a.text.data() + at, a.text.size() - at, MSG_NOSIGNAL);
+            at = n > 0 ? at + static_cast<size_t>(n) : a.text.size();
+        }
+        if (a.op == 'x') {
+            linger l{1, 0};
+            setsockopt(fd, SOL_SOCKET, SO_LINGER, &l, sizeof l);
+            close(fd);
+            fd = -1;
+        }
+    }
+    int port_ = 0;
+    int listener_;
+    std::thread thread_;
+};
+
+// What the line reads deliver, each piece in brackets, then whether the
+// response is still open. The read that meets the peer's close with nothing
+// held delivers "[]".
+std::string transcript(calhttp_conn *c, int size) {
+    std::string t;
+    std::vector<char> out(static_cast<size_t>(size));
+    while (calhttp_ReadGet(c, out.data(), size) == 0) t += "[" + std::string(out.data()) + "]";
+    return t + (c->respOpen ? "open" : "closed");
+}
+
+TEST(Http, HostilePeers) {
+    const std::string mib(1 << 20, 'x'), ok = "HTTP/1.0 200 OK\n";
+    std::string mib_pieces;
+    for (int i = 0; i < 1024; ++i) mib_pieces += "[" + mib.substr(0, 1024) + "]";
+    const struct Case {
+        const char *name;
+        int timeout;
+        std::vector<std::vector<Act>> script;
+        int size;
+        std::string expected;
+    } cases[] = {
+        {"silent", 1, {{{'r'}, {'w'}}}, 256, "open"},
+        {"endless line", 2, {{{'r'}, {'s', mib}}}, 2000, mib_pieces + "[]closed"},
+        {"dribble", 2, {{{'r'}, {'d', "abcdefghij\nxyz"}}}, 4, "[abc][def][ghi][j\n][xyz]closed"},
+        {"reset before the request",
+         2,
+         {{{'x'}}, {{'r'}, {'s', ok + "\nagain\n"}}},
+         256,
+         "[" + ok + "][\n][again\n][]closed"},
+        {"reset in the response", 2, {{{'r'}, {'s', ok + "partial"}, {'x'}}}, 256, "[" + ok + "][partial]closed"},
+        {"closes at once", 2, {{}}, 256, "[]closed"},
+    };
+    const std::string overlong(1024 - 16, 'p');  // with "GET /" and " HTTP/1.0\n\n": 1024 bytes
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        calhttp_SetGlobalTimeout(c.timeout);
+        Peer peer(c.script);
+        calhttp_conn *conn = nullptr;
+        ASSERT_EQ(0, calhttp_Open("127.0.0.1", static_cast<unsigned>(peer.port()), &conn, nullptr));
+        // A peer that acts before reading the request goes first.
+        if (c.script[0].empty() || c.script[0][0].op != 'r') {
+            ASSERT_TRUE(orvtest::wait_until([&] { return peer.done > 0; }, std::chrono::seconds(10)));
+        }
+        EXPECT_EQ(-1, calhttp_SendGet(conn, ("/" + overlong).c_str(), nullptr));
+        EXPECT_EQ(0, calhttp_SendGet(conn, "/p", "?q=1"));
+        EXPECT_EQ(c.expected, transcript(conn, c.size));
+        EXPECT_EQ(0, calhttp_Close(&conn));
+        EXPECT_EQ(nullptr, conn);
+        // The request in its wire form, sent again on the new connection after a reset.
+        EXPECT_EQ(c.script.back().empty() ? "" : "GET /p?q=1 HTTP/1.0\n\n", peer.finish());
+    }
+}
+
+TEST(Http, RefusedConnections) {
+    // On loopback the refusal shows after the poll: the open waits one full
+    // time-out and tries again.
+    const struct {
+        int listen_after_ms;  // -1: never
+        int result;
+    } cases[] = {{-1, -4}, {300, 0}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.listen_after_ms);
+        int port = 0;
+        int fd = bound_socket(&port, true);
+        std::thread late([&] {
+            if (c.listen_after_ms < 0) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(c.listen_after_ms));
+            listen(fd, 4);
+        });
+        calhttp_SetGlobalTimeout(2);
+        calhttp_SetGlobalShowwait(1);
+        testing::internal::CaptureStdout();
+        calhttp_conn *conn = reinterpret_cast<calhttp_conn *>(&port);
+        int rc = calhttp_Open("localhost", static_cast<unsigned>(port), &conn, nullptr);
+        std::string marks = testing::internal::GetCapturedStdout();
+        late.join();
+        EXPECT_EQ(c.result, rc);
+        EXPECT_EQ(".....\n", marks);
+        EXPECT_EQ(c.result == 0, conn != nullptr);
+        EXPECT_EQ(c.result == 0 ? 0 : -1, calhttp_Close(&conn));
+        close(fd);
+    }
+    calhttp_SetGlobalShowwait(0);
+}
+
+}  // namespace
