@@ -11,6 +11,10 @@
  * "orvsvcd": requests, refreshes, uptime) when the instance's counter.conf
  * declares them.
  *
+ * It works in its instance directory ("local.instancedir"), where the
+ * relative paths of the configuration lead, and logs through the logging
+ * set-up to "<logfile.logdir>/<service>.log" (default logs/).
+ *
  * SIGHUP reloads the configuration and the logs (in every process of the
  * group); SIGTERM stops it cleanly: the workers are stopped and reaped, then
  * the pid file is removed. It runs in the foreground, as the leader of its
@@ -35,6 +39,7 @@
 #define _GNU_SOURCE
 #include <orvutil.h>
 #include <orvutil/cal_counter.h>
+#include <orvutil/cal_log.h>
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -155,28 +160,6 @@ static void port_file(const char *service, char *out, size_t size) {
     snprintf(out, size, "%s/%s.port", dir, service);
 }
 
-/* The logs go to "<instancedir>/<logfile.logdir>" under the service's name. */
-static void configure_logs(const char *service) {
-    config_cache *conf = config_getdefaultcache();
-    const char *logdir = config_get_string(conf, "logfile.logdir", "logs");
-    char path[CALSERVICE_PATH_SIZE];
-    const char *pairs[8];
-    if (logdir[0] == '/')
-        snprintf(path, sizeof path, "%s", logdir);
-    else
-        snprintf(path, sizeof path, "%s/%s", config_get_string(conf, "local.instancedir", "."), logdir);
-    pairs[0] = "logdir";
-    pairs[1] = path;
-    pairs[2] = "servicename";
-    pairs[3] = service;
-    pairs[4] = "loglevel";
-    pairs[5] = config_get_string(conf, "logfile.loglevel", "Notice");
-    pairs[6] = NULL;
-    pairs[7] = NULL;
-    zolog_config(0, pairs);
-    zolog_setoptions(ZOLOG_OPT_NOSTDERR);
-}
-
 static struct sockaddr_in loopback(int port) {
     struct sockaddr_in a;
     memset(&a, 0, sizeof a);
@@ -280,11 +263,11 @@ static int serve(struct client *c) {
     return c->used == sizeof c->line - 1 ? -1 : 0;
 }
 
-static void refresh(const char *service) {
+static void refresh(void) {
     got_hup = 0;
     count(refreshes_counter, &refreshes);
     config_reloaddefault();
-    configure_logs(service);
+    callog_refresh();
     zolog(0, 5, "refreshed: configuration and logs reloaded");
 }
 
@@ -298,6 +281,7 @@ static void worker(const struct options *o, int listen_fd) {
         if (got_hup) {
             got_hup = 0;
             config_reloaddefault();
+            callog_refresh();
             zolog(0, 5, "worker %d refreshed", (int)getpid());
         }
     }
@@ -312,7 +296,7 @@ static int reap(int running) {
     return running;
 }
 
-static void run(const struct options *o, int listen_fd, int running) {
+static void run(int listen_fd, int running) {
     struct client clients[MAX_CLIENTS];
     struct pollfd fds[MAX_CLIENTS + 1];
     int nclients = 0, i;
@@ -324,7 +308,7 @@ static void run(const struct options *o, int listen_fd, int running) {
             fds[i + 1].events = POLLIN;
         }
         if (poll(fds, (nfds_t)nclients + 1, 200) < 0 && errno != EINTR) break;
-        if (got_hup) refresh(o->service);
+        if (got_hup) refresh();
         if (published != NULL && uptime_counter != 0)
             counter_set(published, uptime_counter, (uint64_t)(time(NULL) - started));
         running = reap(running);
@@ -366,7 +350,12 @@ int main(int argc, char **argv) {
     config_setdefaultfile(conf);
     if (o.ask != NULL) return ask(&o);
 
-    configure_logs(o.service);
+    /* Relative paths of the configuration (logs, pid files, counters) are
+     * the instance's: work there. */
+    if (chdir(config_get_string(config_getdefaultcache(), "local.instancedir", ".")) != 0)
+        calservice_exit_fatal("cannot enter the instance directory", 70);
+    /* The log is "<logfile.logdir>/<service>.log", records only to the file. */
+    callog_init(o.service, NULL, 0);
     started = time(NULL);
     publish_counters();
     handle(SIGTERM, o.ignore_term ? SIG_IGN : on_term);
@@ -395,7 +384,7 @@ int main(int argc, char **argv) {
     for (i = 0; i < o.slow && !got_term; ++i) sleep(1);
     if (!got_term && calservice_set_ready(o.service) != 0) zolog(0, 3, "cannot record the state ready: %m");
 
-    run(&o, listen_fd, forked);
+    run(listen_fd, forked);
 
     close(listen_fd);
     zolog(0, 5, "stopping: %lu requests served", requests);

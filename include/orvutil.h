@@ -33,10 +33,10 @@
 #include "orvutil/cal_file.h"
 #include "orvutil/cal_i18n.h"
 #include "orvutil/cal_prf.h"
-#include "orvutil/cal_service.h"
-#include "orvutil/cal_exec.h"
 
 /* Services and processes. */
+#include "orvutil/cal_exec.h"
+#include "orvutil/cal_service.h"
 
 /* HTTP client. */
 #include "orvutil/cal_http.h"
