@@ -34,7 +34,10 @@ void print_children(const char *service) {
     int *pids = nullptr;
     if (config_readpidfile_list(service, &pids, "child_process") < 1) return;
     std::string line;
-    for (int *p = pids; *p != 0; ++p) line += (line.empty() ? "" : " ") + std::to_string(*p);
+    for (int *p = pids; *p != 0; ++p) {
+        if (!line.empty()) line += ' ';
+        line += std::to_string(*p);
+    }
     std::free(pids);
     out("children = %s\n", line.c_str());
 }
