@@ -7,6 +7,7 @@
 #include "orvutil/platform/array.h"
 #include "orvutil/platform/config.h"
 #include "orvutil/platform/mee.h"
+#include "orvutil/platform/pidfile.h"
 #include "orvutil/platform/prot.h"
 #include "orvutil/platform/sys.h"
 #include "orvutil/platform/zolog.h"
@@ -34,6 +35,8 @@
 #include "orvutil/cal_prf.h"
 
 /* Services and processes. */
+#include "orvutil/cal_exec.h"
+#include "orvutil/cal_service.h"
 
 /* HTTP client. */
 #include "orvutil/cal_http.h"

@@ -45,6 +45,12 @@ const Command commands[] = {
     {"version", 0, "version", "product and version banner", cmd_version, 0},
     {"setting", 1, "setting name", "a value of the configuration file", cmd_setting, 1},
     {"conf", 2, "conf list|get|set|del file ...", "list, read, set or delete entries of a file", cmd_conf},
+    {"status", 1, "status service", "a service's state, pid and children", cmd_status},
+    {"wait", 3, "wait service ready|stopped seconds", "wait until a service is ready or stopped", cmd_wait},
+    {"refresh", 1, "refresh service", "make a service reload its configuration and logs", cmd_refresh},
+    {"stop", 2, "stop service seconds", "stop a service, forcing it after the time given", cmd_stop},
+    {"start", 1, "start program [args]", "start a program in the background", cmd_start},
+    {"ps", 0, "ps [name]", "running processes, or those of one name", cmd_ps},
     {"counters", 0, "counters [-w secs [-n count]] [object]", "live counters; --prometheus [file] for scrapers",
      cmd_counters},
     {"get", 1, "get [-t seconds] url", "an HTTP/1.0 GET, the response line by line", cmd_get, 3},
@@ -266,6 +272,15 @@ const char *why_unreadable(const char *path) {
 }
 
 const char *rest_of_line(int first) { return calcmd_ReadToEOL(the_tool, first); }
+
+bool ascii_iequal(const char *a, const char *b) {
+    for (; *a && *b; ++a, ++b) {
+        char x = (*a >= 'A' && *a <= 'Z') ? static_cast<char>(*a + 32) : *a;
+        char y = (*b >= 'A' && *b <= 'Z') ? static_cast<char>(*b + 32) : *b;
+        if (x != y) return false;
+    }
+    return *a == *b;
+}
 
 }  // namespace orvadmin
 

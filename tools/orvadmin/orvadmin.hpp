@@ -33,6 +33,8 @@ bool ascii_iequal(const char *a, const char *b);
 const char *why_unreadable(const char *path);
 // Arguments from index first on, joined by single blanks.
 const char *rest_of_line(int first);
+// Equality ignoring ASCII case, whatever the locale.
+bool ascii_iequal(const char *a, const char *b);
 
 // The prompt on a terminal, with line editing and history, up to "quit" or
 // Ctrl-D (prompt.cpp).
@@ -61,6 +63,14 @@ int cmd_query(int argc, char **argv);
 
 // Configuration files (conf_cmds.cpp).
 int cmd_conf(int argc, char **argv);
+
+// Services and processes (service_cmds.cpp).
+int cmd_status(int argc, char **argv);
+int cmd_wait(int argc, char **argv);
+int cmd_refresh(int argc, char **argv);
+int cmd_stop(int argc, char **argv);
+int cmd_start(int argc, char **argv);
+int cmd_ps(int argc, char **argv);
 
 // Live counters of the instance's registry (counter_cmds.cpp).
 int cmd_counters(int argc, char **argv);

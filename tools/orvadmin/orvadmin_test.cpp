@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -450,6 +451,68 @@ TEST(Orvadmin, TourRunsClean) {
     EXPECT_EQ("", r.err);
     EXPECT_TRUE(has(r.out, "Importing commands from: tour.orv\n"));
     EXPECT_TRUE(has(r.out, "local = 1107962100 20050209T101500\n")) << r.out;
+}
+
+// A service's life through the commands: waited for, shown, refreshed,
+// listed, stopped; then a stale pid file, a start, and bad arguments.
+TEST(Orvadmin, ServiceCommands) {
+    orvtest::TempDir dir;
+    const std::string conf = dir.file("orv.conf");
+    orvtest::write_file(conf, "local.instancedir = " + dir.path() + "\nservice.admin.sleeptime = 1\n");
+    orvtest::Child svc({ORVSVCD_PATH, "-c", conf, "-p", std::to_string(orvtest::free_port()), "-w", "1"});
+    const std::string pid = std::to_string(svc.pid());
+    auto cmd = [&](const std::string &input) { return admin({"-c", conf}, input); };
+
+    Result r = cmd("wait orvsvcd ready 30\nstatus orvsvcd\nrefresh orvsvcd\nps ORVSVCD\n");
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(has(r.out, "orvsvcd is ready, pid " + pid + "\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "service = orvsvcd\nstate = ready\npid = " + pid + "\nchildren = ")) << r.out;
+    EXPECT_TRUE(has(r.out, "orvsvcd refreshed\n" + pid + " orvsvcd\n")) << r.out;
+
+    // The service is this test's child: reap it while orvadmin stops it.
+    auto stopping = std::async(std::launch::async, [&] { return cmd("stop orvsvcd 20\n"); });
+    while (stopping.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) svc.running();
+    r = stopping.get();
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("orvsvcd stopped\n", r.out);
+    r = cmd("status orvsvcd\n");
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("service = orvsvcd\nstate = stopped\n", r.out);
+
+    const pid_t gone = fork();
+    if (gone == 0) _exit(0);
+    waitpid(gone, nullptr, 0);
+    orvtest::write_file(dir.file("run/orvsvcd.pid"), "pid " + std::to_string(gone) + " 0\nstate ready\n");
+    r = cmd("status orvsvcd\n");
+    EXPECT_EQ(1, r.status);
+    EXPECT_TRUE(has(r.out, "state = stale\npid = " + std::to_string(gone) + " (gone)\n")) << r.out;
+    r = cmd("stop orvsvcd 5\n");
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("orvsvcd was not running; its stale pid file is removed\n", r.out);
+    EXPECT_FALSE(orvtest::file_exists(dir.file("run/orvsvcd.pid")));
+
+    r = cmd("start /bin/sh -c \"echo started > " + dir.file("mark") + "\"\n");
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(orvtest::wait_until([&] { return orvtest::read_file(dir.file("mark")) == "started\n"; },
+                                    std::chrono::seconds(20)));
+
+    struct Bad {
+        const char *input, *err;
+    };
+    const Bad bad[] = {
+        {"wait orvsvcd soon 5\n", "wait: usage: wait SERVICE ready|stopped SECONDS\n"},
+        {"stop orvsvcd -1\n", "stop: -1 is not a number of seconds (0-86400)\n"},
+        {"stop orvsvcd 1\n", "stop: orvsvcd is not running\n"},
+        {"refresh orvsvcd\n", "refresh: orvsvcd cannot be refreshed\n"},
+        {"start /no/such/program\n", "start: cannot run /no/such/program: No such file or directory\n"},
+        {"ps no-such-program-here\n", "ps: no process named no-such-program-here\n"},
+        {"status ../x\n", ""},
+    };
+    for (const Bad &b : bad) {
+        r = cmd(b.input);
+        EXPECT_EQ(1, r.status) << b.input;
+        EXPECT_TRUE(has(r.err, b.err)) << r.err;
+    }
 }
 
 // Runs orvadmin on a pseudo-terminal and types each input once the prompt
