@@ -110,14 +110,14 @@ class Peer {
 std::string transcript(calhttp_conn *c, int size) {
     std::string t;
     std::vector<char> out(static_cast<size_t>(size));
-    while (calhttp_ReadGet(c, out.data(), size) == 0) t += "[" + std::string(out.data()) + "]";
+    while (calhttp_ReadGet(c, out.data(), size) == 0) t.append("[").append(out.data()).append("]");
     return t + (c->respOpen ? "open" : "closed");
 }
 
 TEST(Http, HostilePeers) {
     const std::string mib(1 << 20, 'x'), ok = "HTTP/1.0 200 OK\n";
     std::string mib_pieces;
-    for (int i = 0; i < 1024; ++i) mib_pieces += "[" + mib.substr(0, 1024) + "]";
+    for (int i = 0; i < 1024; ++i) mib_pieces.append("[").append(mib, 0, 1024).append("]");
     const struct Case {
         const char *name;
         int timeout;

@@ -77,7 +77,7 @@ TEST(Counter, ConcurrentProcessesAndAReaderThatNeverSeesACountGoBack) {
         pids.push_back(spawn([&, w] {
             counterinstance *global = nullptr, *own = nullptr;
             if (counterinstance_open(o, "global", 0, &global) != 0) return false;
-            if (counterinstance_open(o, ("w" + std::to_string(w)).c_str(), 0, &own) != 0) return false;
+            if (counterinstance_open(o, std::string("w").append(std::to_string(w)).c_str(), 0, &own) != 0) return false;
             for (uint64_t i = 0; i < per; ++i) {
                 counterinstance_add(global, 1, 1);
                 counterinstance_add(own, 1, 1);

@@ -55,10 +55,12 @@ struct Session {
 // The request path and query of an http URL, "" when it is not one.
 std::string target(URL *url) {
     if (URLGetProtocol(url) != URL_PROT_HTTP || !URLGetHost(url) || !*URLGetHost(url)) return "";
-    std::string path = "/" + std::string(url->path ? url->path : "");
+    // Appended, not "/" + string: GCC 12 at -O3 warns falsely (-Wrestrict) on that form.
+    std::string path = "/";
+    path += url->path != nullptr ? url->path : "";
     if (caldict_length(URLGetParams(url)) > 0) {
         char *query = caldict_get_as_string(URLGetParams(url));
-        if (query) path += "?" + std::string(query);
+        if (query != nullptr) path.append("?").append(query);
         std::free(query);
     }
     return path;

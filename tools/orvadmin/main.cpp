@@ -273,15 +273,6 @@ const char *why_unreadable(const char *path) {
 
 const char *rest_of_line(int first) { return calcmd_ReadToEOL(the_tool, first); }
 
-bool ascii_iequal(const char *a, const char *b) {
-    for (; *a && *b; ++a, ++b) {
-        char x = (*a >= 'A' && *a <= 'Z') ? static_cast<char>(*a + 32) : *a;
-        char y = (*b >= 'A' && *b <= 'Z') ? static_cast<char>(*b + 32) : *b;
-        if (x != y) return false;
-    }
-    return *a == *b;
-}
-
 }  // namespace orvadmin
 
 int main(int argc, char **argv) { return orvadmin::run(argc, argv); }

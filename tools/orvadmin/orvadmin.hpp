@@ -33,8 +33,6 @@ bool ascii_iequal(const char *a, const char *b);
 const char *why_unreadable(const char *path);
 // Arguments from index first on, joined by single blanks.
 const char *rest_of_line(int first);
-// Equality ignoring ASCII case, whatever the locale.
-bool ascii_iequal(const char *a, const char *b);
 
 // The prompt on a terminal, with line editing and history, up to "quit" or
 // Ctrl-D (prompt.cpp).
