@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -481,6 +482,8 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "usage: orvpop3d -p PORT [-s TLSPORT] [-b ADDRESS]\n");
         return 64;
     }
+    // A client that hangs up must not end the server.
+    std::signal(SIGPIPE, SIG_IGN);
     callog_init(kService, "orvpop3d", 1);
     config_cache *conf = config_getdefaultcache();
     const int init = login_init(nullptr);
