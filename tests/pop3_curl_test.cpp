@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "orvutil/platform/counter.h"
 #include "slapd.hpp"
 
 namespace {
@@ -34,6 +35,8 @@ struct Pop3d {
         std::filesystem::create_directories(home.file("config"));
         std::filesystem::create_directories(home.file("mail"));
         orvtest::write_file(home.file("config/certmap.conf"), "issuer default\nfilter cn\ncompare on\n");
+        orvtest::write_file(home.file("config/counter.conf"),
+                            orvtest::read_file(orvtest::source_file("examples/counter.conf")));
         orvtest::write_file(home.file("mail/1"), kMessage1);
         orvtest::write_file(home.file("mail/2"), "Subject: two\r\n\r\nbody\r\n");
         Settings s = {{"ldap.servers", slapd.uri()},
@@ -211,6 +214,24 @@ TEST(Pop3Curl, MalformedClientDataIsRefusedAndTheServerKeepsServing) {
     for (const Case &c : cases) EXPECT_EQ(converse(server.port, c.lines), c.want) << c.lines[0];
     EXPECT_EQ(curl(server, "-u alice:alice-pw pop3"), "+");
     EXPECT_TRUE(server.child->running());
+
+    // The server counted what it saw (before it answered).
+    countermsg_registry *registry = countermsg_get_registry(server.home.file("counter").c_str(), 0);
+    counterobject *object = nullptr;
+    ASSERT_EQ(counterobject_open(registry, "auth", &object), 0);
+    char names[4][COUNTER_NAME_SIZE];
+    std::vector<uint64_t> values(4 * counterobject_counters(object));
+    ASSERT_GE(counterobject_snapshot(object, names, values.data(), 4), 1);
+    const std::pair<const char *, uint64_t> counts[] = {
+        {"logins", 3}, {"failures-user", 3}, {"failures-plain", 2}, {"failures", 5}};
+    for (const auto &[name, want] : counts) {
+        int index = 0;
+        counterhandle h = 0;
+        counterobject_getcounterinfo(object, name, &h, nullptr, nullptr, &index);
+        EXPECT_EQ(values[index], want) << name;  // the global instance's row
+    }
+    counterobject_close(object);
+    countermsg_free_registry(registry);
 }
 
 }  // namespace

@@ -12,6 +12,10 @@
 //                                      are the messages ("" : empty mailbox)
 //   service.pop3.sasl     switch  on   list the SASL mechanisms in CAPA
 //   service.pop3.domain   text    ""   the users' domain ("" : the default)
+//
+// Counters (object "auth" of <instancedir>/config/counter.conf, see
+// examples/counter.conf): logins, failures, failures-<method> for each of
+// user, apop, plain, login, cram-md5, external, and the sessions open.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -32,6 +36,7 @@
 #include <thread>
 #include <vector>
 
+#include "orvutil/cal_counter.h"
 #include "orvutil/cal_log.h"
 #include "orvutil/login.h"
 #include "orvutil/platform/protio.h"
@@ -60,6 +65,23 @@ struct Server {
 };
 
 Server g_server;
+
+// The "auth" counters; without a counter configuration nothing is counted.
+struct Counters {
+    counterinstance *global = nullptr;
+    counterobject *object = nullptr;
+    void add(const std::string &name, int64_t amount) const {
+        const counterhandle h = object != nullptr ? calcounter_getcounter(object, name.c_str()) : 0;
+        if (global != nullptr && h != 0) counterinstance_add(global, h, amount);
+    }
+};
+
+Counters g_counters;
+
+std::string lower(std::string text) {
+    for (char &c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    return text;
+}
 
 // Base64 (RFC 4648) without line breaks.
 std::string b64encode(const unsigned char *data, size_t len) {
@@ -312,6 +334,7 @@ void Session::logged_in(const std::string &user, const char *how) {
     authorized_ = true;
     deleted_.assign(g_server.mailbox.size(), false);
     zolog(0, 7, "orvpop3d: %s logged in by %s", user.c_str(), how);
+    g_counters.add("logins", 1);
     reply("+OK Logged in");
 }
 
@@ -319,6 +342,8 @@ void Session::failed(const std::string &user, const char *how, const char *err) 
     ++failures_;
     const char *text = err != nullptr ? err : "Authentication failed";
     zolog(0, 4, "orvpop3d: %s login failed for %s: %s", how, user.c_str(), text);
+    g_counters.add("failures", 1);
+    g_counters.add("failures-" + lower(how), 1);
     reply(std::string("-ERR [AUTH] ") + text);
 }
 
@@ -456,10 +481,12 @@ int listen_on(const char *address, int port) {
 }
 
 void serve(int fd, bool implicit_tls) {
+    g_counters.add("sessions", 1);
     {
         Session session(fd, implicit_tls);
         session.run();
     }
+    g_counters.add("sessions", -1);
     --g_server.connections;
 }
 
@@ -486,6 +513,8 @@ int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     callog_init(kService, "orvpop3d", 1);
     config_cache *conf = config_getdefaultcache();
+    calcounter_init();
+    g_counters.global = calcounter_createinstance("auth", 0, &g_counters.object);
     const int init = login_init(nullptr);
     if (init == -1) {
         std::fprintf(stderr, "orvpop3d: password verification cannot start\n");
