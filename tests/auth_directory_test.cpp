@@ -12,9 +12,12 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <sys/stat.h>
+
 #include "orvutil/platform/certmap.h"
 #include "orvutil/platform/ldpool.h"
 #include "orvutil/platform/verifypass.h"
+#include "orvutil/sasl_server.h"
 #include "slapd.hpp"
 
 namespace {
@@ -169,50 +172,6 @@ TEST(AuthDirectory, BrokenPooledConnectionsAreReplaced) {
 
 namespace {
 
-// The directory operations of certificate mapping, over the pool.
-LDAPUVTable_t pool_operations() {
-    LDAPUVTable_t vt{};
-    vt.ldapuV_search_s = [](LDAP *, const char *base, int scope, const char *filter, char **attrs, int attrsonly,
-                            LDAPMessage **res) {
-        return LdPool_Search_S(nullptr, base, scope, filter, attrs, attrsonly, 0, res);
-    };
-    vt.ldapuV_count_entries = [](LDAP *, LDAPMessage *res) {
-        int n = 0;
-        LdPool_Count_Entries(res, &n);
-        return n;
-    };
-    vt.ldapuV_first_entry = [](LDAP *, LDAPMessage *res) {
-        LDAPMessage *e = nullptr;
-        LdPool_First_Entry(res, &e);
-        return e;
-    };
-    vt.ldapuV_next_entry = [](LDAP *, LDAPMessage *entry) {
-        LDAPMessage *e = nullptr;
-        LdPool_Next_Entry(entry, &e);
-        return e;
-    };
-    vt.ldapuV_msgfree = [](LDAP *, LDAPMessage *res) { return ldap_msgfree(res); };
-    vt.ldapuV_get_dn = [](LDAP *, LDAPMessage *entry) {
-        char *dn = nullptr;
-        LdPool_Get_DN(entry, &dn);
-        return dn;
-    };
-    vt.ldapuV_memfree = [](LDAP *, void *p) { ldap_memfree(p); };
-    vt.ldapuV_get_values = [](LDAP *, LDAPMessage *entry, const char *attr) {
-        char **v = nullptr;
-        LdPool_Get_Values(entry, attr, &v);
-        return v;
-    };
-    vt.ldapuV_value_free = [](LDAP *, char **v) { ldap_value_free(v); };
-    vt.ldapuV_get_values_len = [](LDAP *, LDAPMessage *entry, const char *attr) {
-        berval **v = nullptr;
-        LdPool_Get_Values_Len(entry, attr, &v);
-        return v;
-    };
-    vt.ldapuV_value_free_len = [](LDAP *, berval **v) { ldap_value_free_len(v); };
-    return vt;
-}
-
 X509 *load_certificate(const std::string &path) {
     FILE *f = std::fopen(path.c_str(), "r");
     X509 *cert = f != nullptr ? PEM_read_X509(f, nullptr, nullptr, nullptr) : nullptr;
@@ -224,11 +183,14 @@ TEST(AuthDirectory, CertificatesMapBySubjectAndByBinaryComparison) {
     const orvtest::Pki &pki = orvtest::Pki::shared();
     orvtest::Slapd slapd(orvtest::sample_directory(&pki));
     Verifier v(slapd.uri());
-    const LDAPUVTable_t vt = pool_operations();
-    ASSERT_EQ(ldapu_VTable_set(&vt), LDAPU_SUCCESS);
     X509 *certs[] = {load_certificate(pki.client_cert(0)), load_certificate(pki.client_cert(1))};
     orvtest::TempDir dir;
-    const std::string map = dir.file("certmap.conf");
+    // The login family's set-up installs the directory operations over the
+    // pool; the cases then replace its map.
+    mkdir(dir.file("config").c_str(), 0700);
+    const std::string map = dir.file("config/certmap.conf");
+    orvtest::write_file(map, "issuer default\nfilter cn\n");
+    ASSERT_EQ(external_init(dir.path().c_str(), "test"), 0);
     struct Case {
         const char *file;
         int client;
