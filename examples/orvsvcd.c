@@ -271,6 +271,14 @@ static void refresh(void) {
     zolog(0, 5, "refreshed: configuration and logs reloaded");
 }
 
+/* How many workers the pid file lists. */
+static int registered_workers(const char *service) {
+    int *pids = NULL;
+    const int n = config_readpidfile_list(service, &pids, "child_process");
+    free(pids);
+    return n;
+}
+
 static void worker(const struct options *o, int listen_fd) {
     close(listen_fd);
     handle(SIGTERM, o->workers_ignore_term ? SIG_IGN : on_term);
@@ -381,6 +389,9 @@ int main(int argc, char **argv) {
         if (pid > 0) workers[forked++] = pid;
     }
     zolog(0, 5, "%s started with %d workers, listening on 127.0.0.1:%d", o.service, forked, bound_port(listen_fd));
+    /* Ready means the workers can be found: wait (at most 10 s) until each
+     * has registered itself in the pid file. */
+    for (i = 0; i < 100 && !got_term && registered_workers(o.service) < forked; ++i) usleep(100000);
     for (i = 0; i < o.slow && !got_term; ++i) sleep(1);
     if (!got_term && calservice_set_ready(o.service) != 0) zolog(0, 3, "cannot record the state ready: %m");
 
