@@ -61,6 +61,10 @@ class Peer {
         thread_ = std::thread([this, script] {
             for (const auto &acts : script) {
                 int fd = readable(listener_) ? accept(listener_, nullptr, nullptr) : -1;
+                // Acting before the request: only once the client's open has
+                // returned, or a reset could land inside the connect itself.
+                if (acts.empty() || acts[0].op != 'r')
+                    orvtest::wait_until([this] { return opened.load(); }, std::chrono::seconds(10));
                 for (const Act &a : acts) play(fd, a);
                 if (fd >= 0) close(fd);
                 ++done;
@@ -78,6 +82,7 @@ class Peer {
     }
     int port() const { return port_; }
     std::atomic<int> done{0};
+    std::atomic<bool> opened{false};  // set by the test once calhttp_Open returned
 
   private:
     std::string heard_;
@@ -143,6 +148,7 @@ TEST(Http, HostilePeers) {
         Peer peer(c.script);
         calhttp_conn *conn = nullptr;
         ASSERT_EQ(0, calhttp_Open("127.0.0.1", static_cast<unsigned>(peer.port()), &conn, nullptr));
+        peer.opened = true;
         // A peer that acts before reading the request goes first.
         if (c.script[0].empty() || c.script[0][0].op != 'r') {
             ASSERT_TRUE(orvtest::wait_until([&] { return peer.done > 0; }, std::chrono::seconds(10)));
