@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -125,6 +124,11 @@ struct LogHandle {
     std::string name() const { return !process.empty() ? process : !service.empty() ? service : std::string("orv"); }
     std::string file_path() const { return logdir + "/" + name() + ".log"; }
     std::string path;  // file_path() while the file is open
+    // What a record holds between its stamp and its message, for the level
+    // and pid it was made for (level -1: to be made).
+    std::string prefix;
+    int prefix_level = -1;
+    int prefix_pid = 0;
     void close_file() {
         if (fd >= 0) ::close(fd);
         if (lock_fd >= 0) ::close(lock_fd);
@@ -328,33 +332,32 @@ time_t parse_stamp(const char *text, size_t n) {
     return timegm(&tm);
 }
 
-void append_number(std::string &out, long value) {
-    char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    out.append(digits, static_cast<size_t>(end - digits));
+const std::string &record_prefix(LogHandle &h, int level) {
+    if (h.prefix_level == level && h.prefix_pid == g_pid) return h.prefix;
+    std::string &prefix = h.prefix;
+    const int facility = level >> 3;
+    prefix = " ";
+    prefix += kSeverityNames[level & 7];
+    prefix += ' ';
+    if (facility != 0) {
+        prefix += "facility" + std::to_string(facility);
+    } else {
+        prefix += h.facility.empty() ? "General" : h.facility.c_str();
+    }
+    prefix += ' ';
+    prefix += h.service.empty() ? "-" : h.service.c_str();
+    prefix += '/';
+    prefix += h.process.empty() ? "-" : h.process.c_str();
+    prefix += "[" + std::to_string(g_pid) + "] ";
+    h.prefix_level = level;
+    h.prefix_pid = g_pid;
+    return prefix;
 }
 
-void format_record(std::string &record, const LogHandle &h, int level, const struct timespec &now,
-                   const char *message) {
-    const int facility = level >> 3;
+void format_record(std::string &record, LogHandle &h, int level, const struct timespec &now, const char *message) {
     record.clear();
     append_stamp(record, now);
-    record += ' ';
-    record += kSeverityNames[level & 7];
-    record += ' ';
-    if (facility != 0) {
-        record += "facility";
-        append_number(record, facility);
-    } else {
-        record += h.facility.empty() ? "General" : h.facility.c_str();
-    }
-    record += ' ';
-    record += h.service.empty() ? "-" : h.service.c_str();
-    record += '/';
-    record += h.process.empty() ? "-" : h.process.c_str();
-    record += '[';
-    append_number(record, g_pid);
-    record += "] ";
+    record += record_prefix(h, level);
     append_escaped(record, message);
     record += '\n';
 }
@@ -840,6 +843,7 @@ int zolog_config(int handle, const char *const *pairs) noexcept {
         // Records buffered so far belong to the log as it was configured.
         flush_handle(it->second);
         int result = 0;
+        it->second.prefix_level = -1;
         for (size_t i = 0; pairs[i] != nullptr || pairs[i + 1] != nullptr; i += 2) {
             if (pairs[i] == nullptr || !apply_option(it->second, pairs[i], pairs[i + 1])) result = -1;
         }

@@ -49,13 +49,17 @@ TEST(Zolog, RecordFormatAndEscaping) {
     FileLog log;
     zolog(log.handle, 3, "bad %s\nsecond\tline\x01 end", "thing");
     zolog(log.handle, 52, "counter %d", 7);
+    const char *renamed[] = {"servicename", "svc2", nullptr, nullptr};
+    ASSERT_EQ(zolog_config(log.handle, renamed), 0);
+    zolog(log.handle, 52, "after");
     const auto lines = lines_of(log.text());
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 3u);
     EXPECT_TRUE(
         std::regex_match(lines[0], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z Error General svc/proc\[\d+\] )"
                                               R"(bad thing\\nsecond\\tline\\x01 end)")))
         << lines[0];
     EXPECT_NE(lines[1].find(" Warning facility6 svc/proc["), std::string::npos) << lines[1];
+    EXPECT_NE(lines[2].find(" Warning facility6 svc2/proc["), std::string::npos) << lines[2];
 }
 
 TEST(Zolog, LevelThresholdDropsLowerSeverities) {
