@@ -38,8 +38,6 @@
  */
 #define _GNU_SOURCE
 #include <orvutil.h>
-#include <orvutil/cal_counter.h>
-#include <orvutil/cal_log.h>
 
 #include <arpa/inet.h>
 #include <errno.h>

@@ -24,14 +24,17 @@
 /* Containers and URLs. */
 #include "orvutil/cal_dict.h"
 #include "orvutil/cal_strm.h"
+#include "orvutil/cal_tree.h"
 #include "orvutil/dllist.h"
 #include "orvutil/url_parser.h"
 
 /* Files, configuration, profiling, languages. */
 #include "orvutil/cal_conf.h"
+#include "orvutil/cal_counter.h"
 #include "orvutil/cal_domain.h"
 #include "orvutil/cal_file.h"
 #include "orvutil/cal_i18n.h"
+#include "orvutil/cal_log.h"
 #include "orvutil/cal_prf.h"
 
 /* Services and processes. */
@@ -50,5 +53,7 @@
 #include "orvutil/cal_guid.h"
 #include "orvutil/cal_ver.h"
 #include "orvutil/utilmd5.h"
+/* login.h and sasl_server.h are included on their own: the mechanisms export
+ * data named username and password, which would collide with callers' names. */
 
 #endif /* ORVUTIL_H */
