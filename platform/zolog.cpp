@@ -62,14 +62,34 @@ struct timespec now_ts() {
 // mutex (process-shared and robust: a holder that dies hands it on) keeps
 // writes and rolls apart without a system call when nobody waits; rolls also
 // take the file's flock exclusively, so that two processes never roll at
-// once.
+// once. Everything after the magic is read and written under the mutex.
+//
+// The current file is known by its device and inode and a generation number
+// that changes with them: a process whose descriptor belongs to an older
+// generation reopens before it writes, which tells every process of a roll
+// without a system call. Each change bumps the generation first, so a holder
+// that dies half-way leaves at worst a needless reopen.
 struct SharedState {
     uint32_t magic;
-    uint32_t reserved;
+    uint32_t generation;
     long long last_roll;  // microseconds since the epoch of the newest rolled file's name
     pthread_mutex_t mutex;
+    unsigned long long dev, ino;  // the current file; 0: to be opened
+    long long size;               // its size, kept by the writers
+    long long looked;             // CLOCK_MONOTONIC nanoseconds of the last stat() of its path; 0: look now
 };
-constexpr uint32_t kSharedMagic = 0x6f726c31;  // "orl1"
+constexpr uint32_t kSharedMagic = 0x6f726c32;  // "orl2"
+
+// How long an outside tool's move or deletion of the current file can go
+// unnoticed: the path is looked at before a write once this much has passed
+// since any process of the log last looked.
+constexpr long long kLookInterval = 1000000;  // nanoseconds
+
+long long monotonic_ns() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<long long>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
 
 struct LogHandle {
     std::string service;
@@ -89,9 +109,8 @@ struct LogHandle {
     int fd = -1;
     int lock_fd = -1;
     struct SharedState *shared = nullptr;  // the lock file, mapped
-    dev_t dev = 0;
-    ino_t ino = 0;
-    time_t file_start = 0;  // stamp of the current file's first record; 0: empty
+    uint32_t generation = 0;               // the shared generation fd belongs to
+    time_t file_start = 0;                 // stamp of the current file's first record; 0: empty
     std::string buffer;
     long buffered = 0;  // records in buffer
     time_t last_write = 0;
@@ -105,6 +124,11 @@ struct LogHandle {
     std::string name() const { return !process.empty() ? process : !service.empty() ? service : std::string("orv"); }
     std::string file_path() const { return logdir + "/" + name() + ".log"; }
     std::string path;  // file_path() while the file is open
+    // What a record holds between its stamp and its message, for the level
+    // and pid it was made for (level -1: to be made).
+    std::string prefix;
+    int prefix_level = -1;
+    int prefix_pid = 0;
     void close_file() {
         if (fd >= 0) ::close(fd);
         if (lock_fd >= 0) ::close(lock_fd);
@@ -308,27 +332,32 @@ time_t parse_stamp(const char *text, size_t n) {
     return timegm(&tm);
 }
 
-void format_record(std::string &record, const LogHandle &h, int level, const struct timespec &now,
-                   const char *message) {
+const std::string &record_prefix(LogHandle &h, int level) {
+    if (h.prefix_level == level && h.prefix_pid == g_pid) return h.prefix;
+    std::string &prefix = h.prefix;
     const int facility = level >> 3;
+    prefix = " ";
+    prefix += kSeverityNames[level & 7];
+    prefix += ' ';
+    if (facility != 0) {
+        prefix += "facility" + std::to_string(facility);
+    } else {
+        prefix += h.facility.empty() ? "General" : h.facility.c_str();
+    }
+    prefix += ' ';
+    prefix += h.service.empty() ? "-" : h.service.c_str();
+    prefix += '/';
+    prefix += h.process.empty() ? "-" : h.process.c_str();
+    prefix += "[" + std::to_string(g_pid) + "] ";
+    h.prefix_level = level;
+    h.prefix_pid = g_pid;
+    return prefix;
+}
+
+void format_record(std::string &record, LogHandle &h, int level, const struct timespec &now, const char *message) {
     record.clear();
     append_stamp(record, now);
-    record += ' ';
-    record += kSeverityNames[level & 7];
-    record += ' ';
-    if (facility != 0) {
-        record += "facility";
-        record += std::to_string(facility);
-    } else {
-        record += h.facility.empty() ? std::string("General") : h.facility;
-    }
-    record += ' ';
-    record += h.service.empty() ? "-" : h.service;
-    record += '/';
-    record += h.process.empty() ? "-" : h.process;
-    record += '[';
-    record += std::to_string(g_pid);
-    record += "] ";
+    record += record_prefix(h, level);
     append_escaped(record, message);
     record += '\n';
 }
@@ -451,9 +480,21 @@ bool map_shared(LogHandle &h) {
             pthread_mutexattr_init(&attr);
             pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
             pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
-            pthread_mutex_init(&h.shared->mutex, &attr);
+            // The kernel then hands the mutex to the next waiter itself. With
+            // the plain kind an unlock only wakes one waiter, and a waiter
+            // killed before it retries takes that wake-up with it: the others
+            // sleep on though the mutex is free. A kernel without it gets the
+            // plain kind.
+            pthread_mutexattr_setprotocol(&attr, PTHREAD_PRIO_INHERIT);
+            if (pthread_mutex_init(&h.shared->mutex, &attr) != 0) {
+                pthread_mutexattr_setprotocol(&attr, PTHREAD_PRIO_NONE);
+                pthread_mutex_init(&h.shared->mutex, &attr);
+            }
             pthread_mutexattr_destroy(&attr);
+            h.shared->generation = 0;
             h.shared->last_roll = 0;
+            h.shared->dev = h.shared->ino = 0;
+            h.shared->size = h.shared->looked = 0;
             __atomic_store_n(&h.shared->magic, kSharedMagic, __ATOMIC_RELEASE);
         }
     }
@@ -464,8 +505,12 @@ bool map_shared(LogHandle &h) {
 bool lock_shared(LogHandle &h) {
     const int rc = pthread_mutex_lock(&h.shared->mutex);
     // A writer died holding it: what it left is whole (one write, or a
-    // rename), so carry on.
-    if (rc == EOWNERDEAD) return pthread_mutex_consistent(&h.shared->mutex) == 0;
+    // rename), so carry on, after a look at the path in case the size it
+    // kept missed its last write.
+    if (rc == EOWNERDEAD) {
+        h.shared->looked = 0;
+        return pthread_mutex_consistent(&h.shared->mutex) == 0;
+    }
     return rc == 0;
 }
 
@@ -501,17 +546,50 @@ bool open_file(LogHandle &h) {
     return true;
 }
 
-// (Re)opens the data file by path; the caller holds the lock file.
+// The current file is no longer the one the processes know: each reopens.
+void forget_current(SharedState &shared) {
+    ++shared.generation;
+    shared.dev = shared.ino = 0;
+    shared.size = 0;
+}
+
+// (Re)opens the data file by path and makes it the current file of every
+// process; the caller holds the shared mutex.
 bool reopen_data(LogHandle &h) {
     if (h.fd >= 0) ::close(h.fd);
     // Readable too, for the first record's stamp.
     h.fd = ::open(h.path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     struct stat st;
     if (h.fd < 0 || ::fstat(h.fd, &st) != 0) return false;
-    h.dev = st.st_dev;
-    h.ino = st.st_ino;
+    SharedState &shared = *h.shared;
+    if (st.st_dev != shared.dev || st.st_ino != shared.ino) {
+        // First to open it since a roll, or another file took its place.
+        forget_current(shared);
+        shared.dev = st.st_dev;
+        shared.ino = st.st_ino;
+        shared.size = st.st_size;
+    }
+    h.generation = shared.generation;
     h.file_start = 0;
     return true;
+}
+
+// Looks at the path at most once per kLookInterval for the whole log: a
+// file moved or deleted by an outside tool is dropped by every process, and
+// the kept size follows what others (a truncating tool) did to the file.
+void look_at_path(LogHandle &h) {
+    SharedState &shared = *h.shared;
+    if (shared.dev == 0 && shared.ino == 0) return;  // nothing open to compare with
+    const long long now = monotonic_ns();
+    // A stamp from the future comes from before a reboot.
+    if (shared.looked != 0 && now - shared.looked < kLookInterval && now >= shared.looked) return;
+    shared.looked = now;
+    struct stat st;
+    if (::stat(h.path.c_str(), &st) != 0 || st.st_dev != shared.dev || st.st_ino != shared.ino) {
+        forget_current(shared);
+    } else {
+        shared.size = st.st_size;
+    }
 }
 
 // The age of a file counts from its first record, whoever wrote it.
@@ -530,10 +608,19 @@ bool roll_due(const LogHandle &h, off_t size, size_t len, time_t now) {
 // Rolls the current file unless another process did it first. The caller
 // holds the lock file exclusively.
 void roll(LogHandle &h, size_t len, const struct timespec &now) {
+    SharedState &shared = *h.shared;
+    if (h.generation != shared.generation) return;  // rolled already
     struct stat st;
     const std::string &path = h.path;
-    if (::stat(path.c_str(), &st) != 0 || st.st_dev != h.dev || st.st_ino != h.ino) return;  // rolled already
+    if (::stat(path.c_str(), &st) != 0 || st.st_dev != shared.dev || st.st_ino != shared.ino) {
+        forget_current(shared);  // moved away from outside
+        return;
+    }
+    shared.size = st.st_size;
     if (!roll_due(h, st.st_size, len, now.tv_sec)) return;
+    // Before the rename: a roller that dies after it must not leave the
+    // others writing into the rolled file.
+    forget_current(shared);
     // A rolled name must sort after every earlier one, even when the clock
     // stands still or steps back: the lock file keeps the last roll's time.
     // The name tells the moment of the rename itself, after every record
@@ -554,7 +641,7 @@ void roll(LogHandle &h, size_t len, const struct timespec &now) {
         if (::rename(path.c_str(), target.c_str()) != 0) return;
         break;
     }
-    h.shared->last_roll = when;
+    shared.last_roll = when;
     clean_rolled(h, now.tv_sec);
 }
 
@@ -606,21 +693,28 @@ bool write_records(LogHandle &h, const std::string &data, long count) {
     if (!lock_shared(h)) return false;
     bool ok = false, locked = true;
     for (int attempt = 0; attempt < 100 && locked; ++attempt) {
-        struct stat st;
-        if (h.fd < 0 || ::stat(h.path.c_str(), &st) != 0 || st.st_dev != h.dev || st.st_ino != h.ino) {
+        look_at_path(h);
+        SharedState &shared = *h.shared;
+        if (h.fd < 0 || h.generation != shared.generation) {
             if (!reopen_data(h)) break;
             // First use of this file here: apply expiry and limits, like a roll.
             if (!h.cleaned) locked = exclusively(h, [&] { clean_rolled(h, now.tv_sec); });
             continue;
         }
-        if (st.st_size > 0 && h.file_start == 0) read_file_start(h);
-        if (roll_due(h, st.st_size, out->size(), now.tv_sec)) {
+        const off_t size = static_cast<off_t>(shared.size);
+        if (size > 0 && h.file_start == 0) read_file_start(h);
+        if (roll_due(h, size, out->size(), now.tv_sec)) {
             // The locks were let go on the way: look again after.
             locked = exclusively(h, [&] { roll(h, out->size(), now); });
             continue;
         }
-        if (st.st_size == 0) h.file_start = now.tv_sec;
+        if (size == 0) h.file_start = now.tv_sec;
         ok = orv::write_all(h.fd, out->data(), out->size()) == 0;
+        if (ok) {
+            shared.size += static_cast<long long>(out->size());
+        } else {
+            shared.looked = 0;  // part of it may be in: read the size back
+        }
         break;
     }
     if (locked) unlock_shared(h);
@@ -758,6 +852,7 @@ int zolog_config(int handle, const char *const *pairs) noexcept {
         // Records buffered so far belong to the log as it was configured.
         flush_handle(it->second);
         int result = 0;
+        it->second.prefix_level = -1;
         for (size_t i = 0; pairs[i] != nullptr || pairs[i + 1] != nullptr; i += 2) {
             if (pairs[i] == nullptr || !apply_option(it->second, pairs[i], pairs[i + 1])) result = -1;
         }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <regex>
@@ -48,13 +49,17 @@ TEST(Zolog, RecordFormatAndEscaping) {
     FileLog log;
     zolog(log.handle, 3, "bad %s\nsecond\tline\x01 end", "thing");
     zolog(log.handle, 52, "counter %d", 7);
+    const char *renamed[] = {"servicename", "svc2", nullptr, nullptr};
+    ASSERT_EQ(zolog_config(log.handle, renamed), 0);
+    zolog(log.handle, 52, "after");
     const auto lines = lines_of(log.text());
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 3u);
     EXPECT_TRUE(
         std::regex_match(lines[0], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z Error General svc/proc\[\d+\] )"
                                               R"(bad thing\\nsecond\\tline\\x01 end)")))
         << lines[0];
     EXPECT_NE(lines[1].find(" Warning facility6 svc/proc["), std::string::npos) << lines[1];
+    EXPECT_NE(lines[2].find(" Warning facility6 svc2/proc["), std::string::npos) << lines[2];
 }
 
 TEST(Zolog, LevelThresholdDropsLowerSeverities) {
@@ -249,6 +254,28 @@ TEST(ZologFiles, RollingExpiryAndLimits) {
             EXPECT_LE(total, size_t(c.log_limit)) << c.what;
             EXPECT_GT(total, size_t(c.log_limit - c.file_limit)) << c.what;  // only what had to go went
         }
+    }
+}
+
+// A current file moved or deleted by an outside tool is left by every writer
+// of the log once the 1 ms look interval has passed, not only by the one that
+// looks (two handles on one log stand for two processes).
+TEST(ZologFiles, FileMovedOrDeletedFromOutsideIsLeft) {
+    for (const bool move : {true, false}) {
+        FileLog a;
+        const std::string logdir = a.dir.file("logs/nested"), path = logdir + "/proc.log";
+        const int b = zolog_open("svc", "proc");
+        const char *pairs[] = {"logdir", logdir.c_str(), nullptr, nullptr};
+        ASSERT_EQ(zolog_config(b, pairs), 0);
+        zolog(a.handle, 3, "rec 0");
+        zolog(b, 3, "rec 1");
+        ASSERT_EQ(move ? std::rename(path.c_str(), (path + ".moved").c_str()) : unlink(path.c_str()), 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        zolog(a.handle, 3, "rec 2");
+        zolog(b, 3, "rec 3");
+        EXPECT_EQ(numbers_in(a.text()), (std::vector<int>{2, 3})) << move;
+        if (move) EXPECT_EQ(numbers_in(orvtest::read_file(path + ".moved")), (std::vector<int>{0, 1}));
+        zolog_close(b);
     }
 }
 

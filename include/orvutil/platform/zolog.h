@@ -31,13 +31,27 @@
  * records, goes out in one write(2) on an O_APPEND descriptor while a mutex
  * kept in the lock file (mapped by every process; process-shared and robust,
  * so a holder that dies hands it on) is held; a roll holds it too, and also
- * takes an exclusive flock(2) on the lock file. Before each write the path is
- * checked against the descriptor's device and inode, and a descriptor that no
- * longer names the current file (rolled by another process, or moved away by
- * an outside tool) is reopened first. So no record is torn, lost, duplicated
- * or written into a rolled file after its roll, whatever the number of
- * processes and threads, and a process killed at any moment leaves the log
- * readable. The lock file must stay in place while processes use the log.
+ * takes an exclusive flock(2) on the lock file. The lock file also keeps
+ * the current file's device and inode with a generation number that every
+ * roll changes before it renames; a writer whose descriptor belongs to an
+ * older generation reopens by path before it writes. So no record is torn,
+ * lost, duplicated or written into a rolled file after its roll, whatever the
+ * number of processes and threads, and a process killed at any moment leaves
+ * the log readable. The lock file must stay in place while processes use the
+ * log.
+ *
+ * Files moved or deleted by an outside tool. Such a change shows in no
+ * shared state, so the path is looked at with stat(2): before a write, when
+ * 1 ms (CLOCK_MONOTONIC) or more has passed since any process of the log
+ * last looked. A look that finds another file or none there makes every
+ * process of the log reopen (a new current file is created). So records go
+ * into a file after an outside tool moved or deleted it only when the
+ * change falls between the last look and the write, a span that starts at
+ * most 1 ms before the writer's turn at the lock (longer only when the
+ * writer is held up between its look and its write(2), as any
+ * look-then-write has to be); those records are in the moved file, or gone
+ * with the deleted one. A file truncated in place stays the current file;
+ * the size kept for "maxlogfilesize" follows it at the next look.
  *
  * Options ("zolog_config"), numbers in decimal text; 0 for a limit means no
  * limit:
