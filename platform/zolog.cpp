@@ -336,11 +336,11 @@ const std::string &record_prefix(LogHandle &h, int level) {
     if (h.prefix_level == level && h.prefix_pid == g_pid) return h.prefix;
     std::string &prefix = h.prefix;
     const int facility = level >> 3;
-    prefix = " ";
+    prefix.assign(1, ' ');
     prefix += kSeverityNames[level & 7];
     prefix += ' ';
     if (facility != 0) {
-        prefix += "facility" + std::to_string(facility);
+        prefix.append("facility").append(std::to_string(facility));
     } else {
         prefix += h.facility.empty() ? "General" : h.facility.c_str();
     }
@@ -348,7 +348,7 @@ const std::string &record_prefix(LogHandle &h, int level) {
     prefix += h.service.empty() ? "-" : h.service.c_str();
     prefix += '/';
     prefix += h.process.empty() ? "-" : h.process.c_str();
-    prefix += "[" + std::to_string(g_pid) + "] ";
+    prefix.append("[").append(std::to_string(g_pid)).append("] ");
     h.prefix_level = level;
     h.prefix_pid = g_pid;
     return prefix;

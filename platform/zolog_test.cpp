@@ -274,7 +274,9 @@ TEST(ZologFiles, FileMovedOrDeletedFromOutsideIsLeft) {
         zolog(a.handle, 3, "rec 2");
         zolog(b, 3, "rec 3");
         EXPECT_EQ(numbers_in(a.text()), (std::vector<int>{2, 3})) << move;
-        if (move) EXPECT_EQ(numbers_in(orvtest::read_file(path + ".moved")), (std::vector<int>{0, 1}));
+        if (move) {
+            EXPECT_EQ(numbers_in(orvtest::read_file(path + ".moved")), (std::vector<int>{0, 1}));
+        }
         zolog_close(b);
     }
 }
