@@ -195,4 +195,24 @@ TEST(Http, RefusedConnections) {
     calhttp_SetGlobalShowwait(0);
 }
 
+TEST(Http, RawReadAfterBlockRead) {
+    // All of it waits in the socket: the block read takes more than its
+    // buffer, and the raw read must still get the rest in order.
+    std::string body;
+    for (int i = 0; i < 20000; ++i) body += static_cast<char>('a' + i % 23);
+    calhttp_SetGlobalTimeout(5);
+    Peer peer({{{'r'}, {'s', body}}});
+    calhttp_conn *conn = nullptr;
+    ASSERT_EQ(0, calhttp_Open("127.0.0.1", static_cast<unsigned>(peer.port()), &conn, nullptr));
+    ASSERT_EQ(0, calhttp_SendRaw(conn, "x\n\n"));
+    ASSERT_TRUE(orvtest::wait_until([&] { return peer.done > 0; }, std::chrono::seconds(10)));
+    char block[2000];
+    ASSERT_EQ(0, calhttp_ReadRaw(conn, block, sizeof block));
+    std::string got = block;
+    calhttp_Timeout(conn, 5);
+    for (int n; (n = calhttp_ReadTCPRaw(conn, block, sizeof block)) > 0;) got.append(block, static_cast<size_t>(n));
+    EXPECT_TRUE(got == body) << got.size() << " bytes of " << body.size();
+    calhttp_Close(&conn);
+}
+
 }  // namespace
