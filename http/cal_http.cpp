@@ -7,6 +7,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <type_traits>
 
 #include <prerror.h>
 #include <prmem.h>
@@ -29,6 +30,11 @@ constexpr int kRetrySeconds = 5;
 constexpr int kMaxSeconds = 6 * 3600;
 // What receive() returns when nothing arrived within the time-out.
 constexpr int kTimedOut = -2;
+
+// One receive takes up to this many bytes from the socket; the connection's
+// buffer is then filled from them, so a large response costs one system call
+// per read-ahead rather than one per buffer.
+constexpr int kAhead = 64 * 1024;
 
 // A block read leaves the read pointer at buffer + pending, so the next read
 // moves bytes from as far as buffer + 2 * pending: the host name field right
@@ -67,6 +73,33 @@ bool send_all(PRFileDesc *fd, const char *data, int len, int seconds) {
         done += n;
     }
     return true;
+}
+
+// Bytes received from the socket but not yet moved into the connection's
+// buffer: data[start, end).
+struct Ahead {
+    int start;
+    int end;
+    char data[kAhead];
+};
+
+// The record handed out, with its read-ahead behind it where callers do not
+// see it.
+struct Conn {
+    calhttp_conn pub;
+    Ahead ahead;
+};
+static_assert(std::is_standard_layout_v<Conn> && offsetof(Conn, pub) == 0);
+
+Ahead &ahead(calhttp_conn *c) { return reinterpret_cast<Conn *>(c)->ahead; }
+
+// Moves up to room read-ahead bytes to dest: how many.
+int take(calhttp_conn *c, char *dest, int room) {
+    Ahead &a = ahead(c);
+    int n = std::min(room, a.end - a.start);
+    std::memcpy(dest, a.data + a.start, static_cast<size_t>(n));
+    a.start += n;
+    return n;
 }
 
 void release(calhttp_conn *c) {
@@ -179,6 +212,7 @@ bool reopen(calhttp_conn *c) {
     if (calhttp_Open(host, c->port, &fresh, nullptr) != 0) return false;
     c->sock = fresh->sock;
     fresh->sock = nullptr;
+    ahead(c).start = ahead(c).end = 0;
     release(fresh);
     return true;
 }
@@ -215,16 +249,23 @@ int gather(calhttp_conn *c) {
     return c->pending;
 }
 
-// Receives into the free part of the buffer, waiting for data within the
-// module time-out when none is there yet (a large response is mostly read
-// without a poll): the byte count, 0 or less at the peer's close or an
-// error, kTimedOut when nothing came.
-int receive(calhttp_conn *c, int held) {
-    for (;;) {
-        PRInt32 n = PR_Recv(c->sock, c->buffer + held, kBuf - held, 0, PR_INTERVAL_NO_WAIT);
-        if (n >= 0 || PR_GetError() != PR_WOULD_BLOCK_ERROR) return n < 0 ? 0 : n;
-        if (!ready(c->sock, PR_POLL_READ, calhttp_timeout)) return kTimedOut;
+// Moves up to room bytes from the read-ahead to dest, receiving into that
+// when it is empty and waiting for data within the module time-out only when
+// none is there yet (a large response is mostly read without a poll): the
+// byte count, 0 at the peer's close or an error, kTimedOut when nothing came.
+int receive(calhttp_conn *c, char *dest, int room) {
+    Ahead &a = ahead(c);
+    while (a.start == a.end) {
+        PRInt32 n = PR_Recv(c->sock, a.data, kAhead, 0, PR_INTERVAL_NO_WAIT);
+        if (n < 0 && PR_GetError() == PR_WOULD_BLOCK_ERROR) {
+            if (!ready(c->sock, PR_POLL_READ, calhttp_timeout)) return kTimedOut;
+            continue;
+        }
+        if (n <= 0) return 0;
+        a.start = 0;
+        a.end = n;
     }
+    return take(c, dest, room);
 }
 
 // Copies len held bytes (bounded by the buffer) to out with a NUL; the rest
@@ -258,9 +299,10 @@ int calhttp_Showwait(calhttp_conn *conn, int flag) noexcept {
 int calhttp_Open(const char *host, unsigned int port, calhttp_conn **out, PRIntervalTime *elapsed) noexcept {
     if (out == nullptr) return -1;
     *out = nullptr;
-    Owned c(static_cast<calhttp_conn *>(PR_Malloc(sizeof(calhttp_conn))));
+    Owned c(static_cast<calhttp_conn *>(PR_Malloc(sizeof(Conn))));
     if (!c) return -1;
     std::memset(c.get(), 0, sizeof(calhttp_conn));
+    ahead(c.get()).start = ahead(c.get()).end = 0;
     c->readPtr = c->buffer;
     c->timeout = calhttp_timeout;
     c->showwait = calhttp_showwait;
@@ -308,7 +350,7 @@ int calhttp_ReadGet(calhttp_conn *conn, char *out, int size) noexcept {
     int held = gather(conn);
     auto *lf = static_cast<const char *>(std::memchr(conn->buffer, '\n', static_cast<size_t>(held)));
     while (lf == nullptr && held < kBuf) {
-        int n = receive(conn, held);
+        int n = receive(conn, conn->buffer + held, kBuf - held);
         if (n == kTimedOut) return -1;
         if (n < 1) {
             conn->respOpen = 0;
@@ -328,17 +370,29 @@ int calhttp_ReadGet(calhttp_conn *conn, char *out, int size) noexcept {
 int calhttp_ReadRaw(calhttp_conn *conn, char *out, int size) noexcept {
     if (!readable(conn, out, size)) return -1;
     int held = gather(conn);
+    // With nothing held and room for a full buffer the whole block is
+    // delivered, so it is received straight into out.
+    char *into = held == 0 && size > kBuf ? out : conn->buffer;
     while (held < size && held < kBuf) {
-        int n = receive(conn, held);
-        if (n == kTimedOut) return -1;
+        int n = receive(conn, into + held, kBuf - held);
+        if (n == kTimedOut) {
+            // What came stays held for the next read.
+            if (into == out) std::memcpy(conn->buffer, out, static_cast<size_t>(held));
+            conn->pending = held;
+            return -1;
+        }
         if (n < 1) {
             conn->respOpen = 0;
             break;
         }
         held += n;
-        conn->pending = held;
     }
-    deliver(conn, held, std::min(held, size - 1), out);
+    if (into == out) {
+        out[held] = '\0';
+        conn->pending = 0;
+    } else {
+        deliver(conn, held, std::min(held, size - 1), out);
+    }
     conn->readPtr = conn->buffer + conn->pending;
     return 0;
 }
@@ -350,6 +404,8 @@ int calhttp_SendTCPRaw(calhttp_conn *conn, const char *bytes, int len) noexcept 
 
 int calhttp_ReadTCPRaw(calhttp_conn *conn, char *buffer, int len) noexcept {
     if (conn == nullptr || conn->sock == nullptr || buffer == nullptr || len < 0) return -1;
+    // Bytes already taken from the socket come first, without a wait.
+    if (ahead(conn).start < ahead(conn).end) return take(conn, buffer, len);
     if (!ready(conn->sock, PR_POLL_READ, conn->timeout)) return -1;
     return PR_Recv(conn->sock, buffer, len, 0, ticks(conn->timeout));
 }

@@ -3,18 +3,59 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <prinrval.h>
+#include <prthread.h>
+
 #include "orvproc.hpp"
 #include "orvutil/cal_http.h"
+
+namespace {
+
+// Faked for the refused-connection cases: the next `refusals` connects fail
+// at once, as a remote host's refusal does (on loopback it only shows after
+// the connect was in progress), and while `virtual_sleep` is set the client's
+// sleeps only move the clock it reads, so its 5-second retries cost nothing.
+std::atomic<int> refusals{0}, connects{0};
+std::atomic<bool> virtual_sleep{false};
+std::atomic<PRIntervalTime> slept{0};
+
+template <class F>
+F *next(const char *name) {
+    return reinterpret_cast<F *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int connect(int fd, const sockaddr *addr, socklen_t len) {
+    ++connects;
+    if (refusals > 0 && refusals-- > 0) {
+        errno = ECONNREFUSED;
+        return -1;
+    }
+    return next<int(int, const sockaddr *, socklen_t)>("connect")(fd, addr, len);
+}
+
+extern "C" __attribute__((visibility("default"))) PRStatus PR_Sleep(PRIntervalTime ticks) {
+    if (!virtual_sleep) return next<PRStatus(PRIntervalTime)>("PR_Sleep")(ticks);
+    slept += ticks;
+    return PR_SUCCESS;
+}
+
+extern "C" __attribute__((visibility("default"))) PRIntervalTime PR_IntervalNow() {
+    return next<PRIntervalTime()>("PR_IntervalNow")() + slept;
+}
 
 namespace {
 
@@ -164,35 +205,68 @@ TEST(Http, HostilePeers) {
 }
 
 TEST(Http, RefusedConnections) {
-    // On loopback the refusal shows after the poll: the open waits one full
-    // time-out and tries again.
+    // A refusal after the poll (loopback's way) waits one full time-out and
+    // tries again; an immediate one is retried every 5 seconds until the
+    // time-out has passed.
     const struct {
-        int listen_after_ms;  // -1: never
-        int result;
-    } cases[] = {{-1, -4}, {300, 0}};
+        int listen_after_ms;  // -1: never; only a later listen needs real sleeps
+        int refusals, timeout, result, connects;
+        std::string marks;
+    } cases[] = {
+        {-1, 0, 2, -4, 2, ".....\n"},
+        {300, 0, 2, 0, 2, ".....\n"},
+        {-1, 1000, 120, -4, 25, std::string(26, '.') + "\n"},
+        {0, 2, 120, 0, 3, ".....\n"},
+    };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.listen_after_ms);
+        SCOPED_TRACE(c.connects);
         int port = 0;
-        int fd = bound_socket(&port, true);
+        int fd = bound_socket(&port, c.listen_after_ms != 0);
         std::thread late([&] {
-            if (c.listen_after_ms < 0) return;
+            if (c.listen_after_ms <= 0) return;
             std::this_thread::sleep_for(std::chrono::milliseconds(c.listen_after_ms));
             listen(fd, 4);
         });
-        calhttp_SetGlobalTimeout(2);
+        calhttp_SetGlobalTimeout(c.timeout);
         calhttp_SetGlobalShowwait(1);
+        refusals = c.refusals;
+        connects = 0;
+        virtual_sleep = c.listen_after_ms <= 0;
         testing::internal::CaptureStdout();
         calhttp_conn *conn = reinterpret_cast<calhttp_conn *>(&port);
         int rc = calhttp_Open("localhost", static_cast<unsigned>(port), &conn, nullptr);
         std::string marks = testing::internal::GetCapturedStdout();
+        virtual_sleep = false;
+        refusals = 0;
         late.join();
         EXPECT_EQ(c.result, rc);
-        EXPECT_EQ(".....\n", marks);
+        EXPECT_EQ(c.connects, connects);
+        EXPECT_EQ(c.marks, marks);
         EXPECT_EQ(c.result == 0, conn != nullptr);
         EXPECT_EQ(c.result == 0 ? 0 : -1, calhttp_Close(&conn));
         close(fd);
     }
     calhttp_SetGlobalShowwait(0);
+}
+
+TEST(Http, RawReadAfterBlockRead) {
+    // All of it waits in the socket: the block read takes more than its
+    // buffer, and the raw read must still get the rest in order.
+    std::string body;
+    for (int i = 0; i < 20000; ++i) body += static_cast<char>('a' + i % 23);
+    calhttp_SetGlobalTimeout(5);
+    Peer peer({{{'r'}, {'s', body}}});
+    calhttp_conn *conn = nullptr;
+    ASSERT_EQ(0, calhttp_Open("127.0.0.1", static_cast<unsigned>(peer.port()), &conn, nullptr));
+    ASSERT_EQ(0, calhttp_SendRaw(conn, "x\n\n"));
+    ASSERT_TRUE(orvtest::wait_until([&] { return peer.done > 0; }, std::chrono::seconds(10)));
+    char block[2000];
+    ASSERT_EQ(0, calhttp_ReadRaw(conn, block, sizeof block));
+    std::string got = block;
+    calhttp_Timeout(conn, 5);
+    for (int n; (n = calhttp_ReadTCPRaw(conn, block, sizeof block)) > 0;) got.append(block, static_cast<size_t>(n));
+    EXPECT_TRUE(got == body) << got.size() << " bytes of " << body.size();
+    calhttp_Close(&conn);
 }
 
 }  // namespace

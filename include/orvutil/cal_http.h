@@ -53,6 +53,17 @@
  *   (-2 for a NULL host name in calhttp_Open); a port above 65535 gives -3.
  * - Reads try the socket before polling it, so a response that is already
  *   waiting costs no poll; the bound on every wait is unchanged.
+ * - The line and block reads take up to 64 KiB from the socket at a time
+ *   into a read-ahead kept behind the record (not part of it) and fill the
+ *   1024-byte buffer from there, so a large response costs one receive per
+ *   64 KiB instead of one per 1 KiB. Read pointer and pending count behave
+ *   exactly as without it; bytes in the read-ahead count as still in the
+ *   socket: calhttp_ReadTCPRaw returns them first (without a wait), a send
+ *   leaves them, and the reconnect drops them with the old socket.
+ * - A block read with nothing held and an out buffer of more than 1024 bytes
+ *   delivers the whole block, so it is copied straight to out and the
+ *   connection's buffer keeps its old content (after a time-out the bytes
+ *   that came are held there as usual).
  * Connections are not locked: one thread uses a connection at a time. Set
  * the two module settings before connections are opened.
  */
