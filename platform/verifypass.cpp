@@ -334,8 +334,8 @@ int verifypass(const char *user, const char *password, int passlen, const char *
         if (search_user(user, base.get(), nullptr, res, &entry, errtext) != 0) return 1;
         char *found = nullptr;
         if (LdPool_Get_DN(entry, &found) != LDAP_SUCCESS) return refuse(errtext, kUnavailable);
+        const std::unique_ptr<char, void (*)(void *)> found_owner(found, &ldap_memfree);
         dn = found;
-        ldap_memfree(found);
         const int rc = bind_as(dn.c_str(), password, len);
         if (bind_refused(rc)) return refuse(errtext, kInvalid);
         if (rc != LDAP_SUCCESS) {
