@@ -57,7 +57,8 @@ int simple_bind(LDAP *ld, const char *dn, const char *pw) {
     return ldap_sasl_bind_s(ld, dn, LDAP_SASL_SIMPLE, &cred, nullptr, nullptr, nullptr);
 }
 
-// The anchor: everything from scratch.
+// The anchor: everything from scratch, with the same search and account
+// policy check as verifypass.
 bool fresh_verify(const std::string &uri, const char *user, const char *password) {
     LDAP *ld = nullptr;
     if (ldap_initialize(&ld, uri.c_str()) != LDAP_SUCCESS) return false;
@@ -66,14 +67,17 @@ bool fresh_verify(const std::string &uri, const char *user, const char *password
     bool ok = false;
     LDAPMessage *res = nullptr;
     const std::string filter = std::string("(uid=") + user + ")";
-    char uid[] = "uid";
-    char *attrs[] = {uid, nullptr};
+    char uid[] = "uid", disabled[] = "orvAccountDisabled", locked[] = "pwdAccountLockedTime";
+    char *attrs[] = {uid, disabled, locked, nullptr};
     if (simple_bind(ld, orvtest::Slapd::kRootDn, orvtest::Slapd::kRootPw) == LDAP_SUCCESS &&
         ldap_search_ext_s(ld, orvtest::Slapd::kSuffix, LDAP_SCOPE_SUBTREE, filter.c_str(), attrs, 0, nullptr, nullptr,
                           nullptr, 0, &res) == LDAP_SUCCESS &&
         ldap_count_entries(ld, res) == 1) {
-        char *dn = ldap_get_dn(ld, ldap_first_entry(ld, res));
-        ok = dn != nullptr && simple_bind(ld, dn, password) == LDAP_SUCCESS;
+        LDAPMessage *entry = ldap_first_entry(ld, res);
+        char *dn = ldap_get_dn(ld, entry);
+        const char *err = nullptr;
+        ok = dn != nullptr && simple_bind(ld, dn, password) == LDAP_SUCCESS &&
+             check_authpolicy(entry, nullptr, nullptr, &err) == 0;
         ldap_memfree(dn);
     }
     ldap_msgfree(res);
