@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "orv/ascii.hpp"
+#include "orvutil/platform/ldpool.h"
 
 namespace orv {
 
@@ -25,5 +26,9 @@ inline std::string ldap_filter_escape(std::string_view value) {
     }
     return out;
 }
+
+// The pool's operation time-out in seconds (NULL: the default pool), for
+// callers that wait for asynchronous operations themselves.
+int ldpool_op_timeout(LdPool *pool);
 
 }  // namespace orv

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "ldap_internal.hpp"
 #include "orvutil/platform/zolog.h"
 
 namespace {
@@ -185,6 +186,11 @@ bool parse_int(config_cache *cache, const char *key, int def, int lo, int hi, in
 }
 
 }  // namespace
+
+int orv::ldpool_op_timeout(LdPool *pool) {
+    pool = resolve(pool);
+    return pool != nullptr ? pool->op_timeout : 5;
+}
 
 extern "C" {
 

@@ -168,6 +168,53 @@ TEST(AuthDirectory, BrokenPooledConnectionsAreReplaced) {
     EXPECT_EQ(verify("bob", "wrong"), "Invalid credentials");
 }
 
+// Changes an entry as the manager: op is an LDAP_MOD_* of one value of
+// attr, kRemove removes the entry, kKeep does nothing.
+constexpr int kKeep = -2, kRemove = -1;
+void change_entry(const orvtest::Slapd &slapd, const char *dn, int op, const char *attr, const char *value) {
+    if (op == kKeep) return;
+    LDAP *ld = nullptr;
+    ASSERT_EQ(ldap_initialize(&ld, slapd.uri().c_str()), LDAP_SUCCESS);
+    const int version = LDAP_VERSION3;
+    ldap_set_option(ld, LDAP_OPT_PROTOCOL_VERSION, &version);
+    berval cred{std::strlen(orvtest::Slapd::kRootPw), const_cast<char *>(orvtest::Slapd::kRootPw)};
+    EXPECT_EQ(ldap_sasl_bind_s(ld, orvtest::Slapd::kRootDn, LDAP_SASL_SIMPLE, &cred, nullptr, nullptr, nullptr), 0);
+    char *values[] = {const_cast<char *>(value), nullptr};
+    LDAPMod mod{op, const_cast<char *>(attr), {values}};
+    LDAPMod *mods[] = {&mod, nullptr};
+    EXPECT_EQ(
+        op == kRemove ? ldap_delete_ext_s(ld, dn, nullptr, nullptr) : ldap_modify_ext_s(ld, dn, mods, nullptr, nullptr),
+        LDAP_SUCCESS)
+        << dn << " " << op << " " << attr;
+    ldap_unbind_ext_s(ld, nullptr, nullptr);
+}
+
+// Verified users' DNs are remembered: a change to the entry must still take
+// effect on the very next verification. The login attribute is cn, which
+// unlike the RDN's uid can change under a remembered DN.
+TEST(AuthDirectory, ChangedEntriesTakeEffectAtOnce) {
+    orvtest::Slapd slapd(orvtest::sample_directory(nullptr));
+    Verifier v(slapd.uri(), {{"ldap.loginattr", "cn"}});
+    const char *alice = "uid=alice,ou=People,dc=example,dc=com", *bob = "uid=bob,ou=People,dc=example,dc=com";
+    struct Step {
+        const char *dn;
+        int op;
+        const char *attr, *value, *user, *password, *want;
+    } steps[] = {
+        {alice, kKeep, "", "", "alice", "alice-pw", "ok:alice"},
+        {bob, kKeep, "", "", "bob", "bob-pw", "ok:bob"},
+        {alice, LDAP_MOD_REPLACE, "userPassword", "new-pw", "alice", "alice-pw", "Invalid credentials"},
+        {alice, kKeep, "", "", "alice", "new-pw", "ok:alice"},
+        {alice, LDAP_MOD_ADD, "pwdAccountLockedTime", "20260101000000Z", "alice", "new-pw", "Account locked"},
+        {alice, LDAP_MOD_REPLACE, "cn", "alice2", "alice", "new-pw", "Invalid credentials"},
+        {bob, kRemove, "", "", "bob", "bob-pw", "Invalid credentials"},
+    };
+    for (const Step &s : steps) {
+        change_entry(slapd, s.dn, s.op, s.attr, s.value);
+        EXPECT_EQ(verify(s.user, s.password), s.want) << s.attr << " " << s.user;
+    }
+}
+
 }  // namespace
 
 namespace {

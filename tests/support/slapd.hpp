@@ -80,6 +80,8 @@ class Slapd {
     int port() const { return port_; }
     std::string uri() const { return "ldap://127.0.0.1:" + std::to_string(port_) + "/"; }
     bool running() const { return child_ != nullptr; }
+    // Its process id, -1 when stopped.
+    pid_t pid() const { return child_ ? child_->pid() : -1; }
     // Stops slapd (SIGTERM, then SIGKILL) and waits until it is gone.
     void stop();
     // Starts it again on the same port and database; waits until it answers.

@@ -12,6 +12,9 @@
  *   ldap.proxyattr      text    "orvProxyFor"         on an acting entry: the login
  *                                                     ids it may act for, "*" any
  *   ldap.basedn.DOMAIN  text    (none)                base DN of DOMAIN
+ *   ldap.dncachetime    int     60                    seconds a verified login
+ *                                                     id's DN is remembered
+ *                                                     (0-3600, 0: never)
  *   local.ugldaphasplainpasswords switch off          userPassword holds clear
  *                                                     text: verifypass_getpass
  *                                                     may hand it out
@@ -19,6 +22,20 @@
  * An account is locked while it has a pwdAccountLockedTime value (password
  * policy schema), disabled while its disabled attribute is TRUE (any case).
  * examples/orvutil.schema defines the attributes of our own.
+ *
+ * DN cache: after a successful bind the entry's DN is remembered under the
+ * base DN and login id (nothing secret; at most 10000 of them) for
+ * ldap.dncachetime seconds from that bind. A verification that finds it
+ * binds as that DN and, at the same time on a search connection, reads the
+ * entry's policy attributes under that DN with the login filter: one round
+ * trip instead of two. The policy is thus read on every verification, and
+ * a change takes effect at once: a new password, a lock or a disabling
+ * apply to the next verification; an entry removed, renamed or whose login
+ * id changed is not found under its old DN, and the id is looked up again.
+ * A refused bind forgets the DN at once. What the lifetime bounds: a second
+ * entry given the same login id (ambiguous, hence refused, without the
+ * cache) is only noticed when the DN is forgotten. A broken connection or an
+ * unanswered server falls back to the full search, with fail-over.
  *
  * Results are 0 (accepted) or 1 (refused, *errtext set to a static text).
  * The texts never tell an unknown user from a wrong password: both are
