@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -61,19 +59,6 @@ TEST(CalExec, ProcessTableFindsAProgramByItsName) {
     EXPECT_EQ(calexec_stopped(cp), 1);
 }
 
-// Runs fn in a forked child and returns its exit status.
-template <typename Fn>
-int in_child(Fn fn) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        _exit(fn());
-    }
-    int st = 0;
-    waitpid(pid, &st, 0);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-}
-
 TEST(CalExec, AccountsAndLimits) {
     struct Case {
         const char *user, *group;
@@ -85,12 +70,14 @@ TEST(CalExec, AccountsAndLimits) {
         {"no-such-user-orv", nullptr, 3},
         {"nobody", "no-such-group-orv", 1},  // the group is looked at first
     };
-    for (const Case &c : cases) EXPECT_EQ(in_child([&] { return calexec_setusergroup(c.user, c.group); }), c.expect);
+    for (const Case &c : cases)
+        EXPECT_EQ(orvtest::in_child([&] { return calexec_setusergroup(c.user, c.group); }), c.expect);
     if (geteuid() != 0) GTEST_SKIP() << "needs root to lower the hard limit and change accounts";
-    EXPECT_EQ(in_child([] { return calexec_setusergroup("nobody", nullptr) == 0 && getuid() != 0 ? 0 : 1; }), 0);
+    EXPECT_EQ(orvtest::in_child([] { return calexec_setusergroup("nobody", nullptr) == 0 && getuid() != 0 ? 0 : 1; }),
+              0);
     // Unprivileged under a hard limit of 5000, the request of 524288 is
     // halved until it fits: 4096.
-    EXPECT_EQ(in_child([] {
+    EXPECT_EQ(orvtest::in_child([] {
                   struct rlimit rl = {1024, 5000};
                   if (setrlimit(RLIMIT_NOFILE, &rl) != 0 || setuid(65534) != 0) return 1;
                   calexec_setlimits();
