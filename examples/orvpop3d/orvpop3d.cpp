@@ -4,7 +4,7 @@
 //
 //   orvpop3d -p PORT [-s TLSPORT] [-b ADDRESS]
 //
-// SIGTERM or SIGINT stops it: no new connections, a short wait for the open
+// SIGTERM or SIGINT stops it: no new connections, at most a second for the open
 // sessions, then a normal exit.
 //
 // Configuration comes from the default cache ($ORV_HOME/config/orv.conf):
@@ -518,6 +518,20 @@ int main(int argc, char **argv) {
     }
     // A client that hangs up must not end the server.
     std::signal(SIGPIPE, SIG_IGN);
+    // The stop signals are taken only inside the ppoll of the accept loop, so
+    // none is lost between its check and its wait. Blocked before any thread
+    // starts: every thread inherits the mask.
+    sigset_t stops, during_wait;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stops, &during_wait);
+    struct sigaction sa {};
+    sa.sa_handler = on_stop;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+    sigdelset(&during_wait, SIGTERM);
+    sigdelset(&during_wait, SIGINT);
     callog_init(kService, "orvpop3d", 1);
     config_cache *conf = config_getdefaultcache();
     calcounter_init();
@@ -547,19 +561,6 @@ int main(int argc, char **argv) {
     pollfd fds[2] = {{listen_on(address, port), POLLIN, 0}, {-1, POLLIN, 0}};
     if (tls_port != 0) fds[1].fd = listen_on(address, tls_port);
     zolog(0, 7, "orvpop3d: listening on %s:%d", address, port);
-    // The stop signals are taken only inside ppoll, so none is lost between
-    // the check and the wait; the session threads inherit the mask.
-    sigset_t stops, during_wait;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGTERM);
-    sigaddset(&stops, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &stops, &during_wait);
-    struct sigaction sa {};
-    sa.sa_handler = on_stop;
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGINT, &sa, nullptr);
-    sigdelset(&during_wait, SIGTERM);
-    sigdelset(&during_wait, SIGINT);
     while (g_stop == 0) {
         if (ppoll(fds, 2, nullptr, &during_wait) < 0) continue;
         for (int i = 0; i < 2; ++i) {
@@ -578,7 +579,7 @@ int main(int argc, char **argv) {
     }
     for (const pollfd &p : fds)
         if (p.fd >= 0) close(p.fd);
-    for (int i = 0; i < 200 && g_server.connections > 0; ++i) usleep(10000);
+    for (int i = 0; i < 100 && g_server.connections > 0; ++i) usleep(10000);
     zolog(0, 7, "orvpop3d: stopped");
     return 0;
 }
