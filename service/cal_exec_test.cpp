@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -90,6 +92,15 @@ TEST(CalExec, AccountsAndLimits) {
 TEST(CalExec, StartAndPath) {
     char *argv[] = {const_cast<char *>("true"), nullptr};
     EXPECT_EQ(calexec_start_and_wait("/bin/true", argv), 0);
+    ASSERT_EQ(calexec_start("/bin/true", argv), 0);  // does not wait: reaped here
+    EXPECT_GT(wait(nullptr), 0);
+    // The pieces make one path, given away when the tests run as root.
+    orvtest::TempDir dir;
+    orvtest::write_file(dir.file("f"), "");
+    calexec_fixfile(65534, 65534, dir.path().c_str(), "/", "f", nullptr);
+    struct stat st {};
+    ASSERT_EQ(stat(dir.file("f").c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, geteuid() == 0 ? 65534u : geteuid());
     array_t *a = array_new();
     strarray_append(a, "old");
     ASSERT_EQ(calexec_path("prog", &a), 0);
