@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/cal_conf.h"
 #include "orvutil/platform/config.h"
@@ -315,7 +316,7 @@ TEST(CalConf, KilledQuickCloseLeavesOldOrNewFile) {
 
     auto run_child = [&]() {
         const pid_t pid = fork();
-        if (pid == 0) _exit(calconf_CloseQuick(&h, 0) == 0 ? 0 : 1);
+        if (pid == 0) orvtest::exit_child(calconf_CloseQuick(&h, 0) == 0 ? 0 : 1);
         return pid;
     };
     // How long a whole close takes, to spread the kills over it.

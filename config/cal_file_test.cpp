@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
 
+#include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/cal_file.h"
 
@@ -74,13 +74,7 @@ TEST(CalFile, CopyFailuresLoseNothing) {
 // where permission bits do not bind; true when body returned true.
 bool run_unprivileged(const std::function<bool()> &body) {
     if (geteuid() != 0) return body();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
-        _exit(body() ? 0 : 1);
-    }
-    int status = 0;
-    return pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return orvtest::in_child([&] { return setgid(65534) == 0 && setuid(65534) == 0 && body() ? 0 : 1; }) == 0;
 }
 
 TEST(CalFile, UnreadableSourcesAndReadOnlyTargets) {

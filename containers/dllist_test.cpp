@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -125,6 +126,24 @@ TEST(DLList, StepsStopAtBothEnds) {
     EXPECT_EQ(err, 1);
     EXPECT_EQ(list->position, 0);
     EXPECT_EQ(seen, (std::vector<intptr_t>{1, 2, 3, 3, 2, 1}));
+    // The predicates before, on the first, on the last and past the end,
+    // then on the emptied list.
+    const struct {
+        std::function<void()> move;
+        int beginning, first, empty_or_first, end;
+    } places[] = {{[&] { DLL_SetToBeginningOfList(list); }, 1, 0, 0, 0},
+                  {[&] { DLL_SetToFirstOfList(list); }, 0, 1, 1, 0},
+                  {[&] { DLL_SetToLastOfList(list); }, 0, 0, 0, 0},
+                  {[&] { DLL_SetToEndOfList(list); }, 0, 0, 0, 1},
+                  {[&] { DLL_Clear(list); }, 1, 0, 1, 1}};
+    for (const auto &p : places) {
+        p.move();
+        EXPECT_EQ(std::vector<int>({DLL_BeginningOfList(list), DLL_FirstOfList(list), DLL_EmptyOrFirstOfList(list),
+                                    DLL_EndOfList(list)}),
+                  std::vector<int>({p.beginning, p.first, p.empty_or_first, p.end}))
+            << list->position;
+    }
+    EXPECT_EQ(DLL_SetToLastOfList(list), DLL_E_FAIL);
     DLL_Free(list);
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "counter_file.hpp"
+#include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/platform/counter.h"
 
@@ -42,9 +43,7 @@ struct Registry {
 
 // Runs body in a child process; its exit status says whether it held.
 pid_t spawn(const std::function<bool()> &body) {
-    pid_t pid = fork();
-    if (pid == 0) _exit(body() ? 0 : 1);
-    return pid;
+    return orvtest::fork_child([&] { return body() ? 0 : 1; });
 }
 
 int reap(pid_t pid) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -38,11 +37,7 @@ template <typename Fn>
 bool in_processes(int n, Fn fn) {
     std::set<pid_t> pids;
     for (int i = 0; i < n; ++i) {
-        const pid_t pid = fork();
-        if (pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            _exit(fn());
-        }
+        const pid_t pid = orvtest::fork_child(fn);
         if (pid > 0) pids.insert(pid);
     }
     bool ok = static_cast<int>(pids.size()) == n;

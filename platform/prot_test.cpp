@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/platform/prot.h"
 
@@ -129,7 +130,7 @@ TEST(Prot, RetryWriteGoesOnThroughShortWritesAndInterrupts) {
         sigaction(SIGALRM, &sa, nullptr);
         const itimerval every_ms{{0, 1000}, {0, 1000}};
         setitimer(ITIMER_REAL, &every_ms, nullptr);
-        _exit(retry_write(fds[1], data.data(), data.size()) == static_cast<ssize_t>(data.size()) ? 0 : 1);
+        orvtest::exit_child(retry_write(fds[1], data.data(), data.size()) == static_cast<ssize_t>(data.size()) ? 0 : 1);
     }
     ::close(fds[1]);
     std::string got;

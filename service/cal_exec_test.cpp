@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,19 +61,6 @@ TEST(CalExec, ProcessTableFindsAProgramByItsName) {
     EXPECT_EQ(calexec_stopped(cp), 1);
 }
 
-// Runs fn in a forked child and returns its exit status.
-template <typename Fn>
-int in_child(Fn fn) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        _exit(fn());
-    }
-    int st = 0;
-    waitpid(pid, &st, 0);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-}
-
 TEST(CalExec, AccountsAndLimits) {
     struct Case {
         const char *user, *group;
@@ -85,12 +72,14 @@ TEST(CalExec, AccountsAndLimits) {
         {"no-such-user-orv", nullptr, 3},
         {"nobody", "no-such-group-orv", 1},  // the group is looked at first
     };
-    for (const Case &c : cases) EXPECT_EQ(in_child([&] { return calexec_setusergroup(c.user, c.group); }), c.expect);
+    for (const Case &c : cases)
+        EXPECT_EQ(orvtest::in_child([&] { return calexec_setusergroup(c.user, c.group); }), c.expect);
     if (geteuid() != 0) GTEST_SKIP() << "needs root to lower the hard limit and change accounts";
-    EXPECT_EQ(in_child([] { return calexec_setusergroup("nobody", nullptr) == 0 && getuid() != 0 ? 0 : 1; }), 0);
+    EXPECT_EQ(orvtest::in_child([] { return calexec_setusergroup("nobody", nullptr) == 0 && getuid() != 0 ? 0 : 1; }),
+              0);
     // Unprivileged under a hard limit of 5000, the request of 524288 is
     // halved until it fits: 4096.
-    EXPECT_EQ(in_child([] {
+    EXPECT_EQ(orvtest::in_child([] {
                   struct rlimit rl = {1024, 5000};
                   if (setrlimit(RLIMIT_NOFILE, &rl) != 0 || setuid(65534) != 0) return 1;
                   calexec_setlimits();
@@ -103,6 +92,15 @@ TEST(CalExec, AccountsAndLimits) {
 TEST(CalExec, StartAndPath) {
     char *argv[] = {const_cast<char *>("true"), nullptr};
     EXPECT_EQ(calexec_start_and_wait("/bin/true", argv), 0);
+    ASSERT_EQ(calexec_start("/bin/true", argv), 0);  // does not wait: reaped here
+    EXPECT_GT(wait(nullptr), 0);
+    // The pieces make one path, given away when the tests run as root.
+    orvtest::TempDir dir;
+    orvtest::write_file(dir.file("f"), "");
+    calexec_fixfile(65534, 65534, dir.path().c_str(), "/", "f", nullptr);
+    struct stat st {};
+    ASSERT_EQ(stat(dir.file("f").c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, geteuid() == 0 ? 65534u : geteuid());
     array_t *a = array_new();
     strarray_append(a, "old");
     ASSERT_EQ(calexec_path("prog", &a), 0);

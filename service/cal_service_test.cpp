@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <csignal>
 #include <string>
 
+#include "orvproc.hpp"
 #include "orvtest.hpp"
 #include "orvutil/cal_service.h"
 #include "orvutil/platform/config.h"
@@ -126,18 +126,13 @@ TEST(CalService, ServerConfigurationAndLibraryPaths) {
 // Runs the permission check in a child (it changes the process's ids):
 // the check's status, and what it printed in *err.
 int check_in_child(const std::string &path, std::string *err, const orvtest::TempDir &dir) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const int fd = open(dir.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        dup2(fd, 2);
+    const int status = orvtest::in_child([&] {
+        dup2(open(dir.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 2);
         const int r = calservice_check_id_permissions(path.c_str());
-        _exit(r == 0 && geteuid() == 0 ? 99 : r);
-    }
-    int st = 0;
-    waitpid(pid, &st, 0);
+        return r == 0 && geteuid() == 0 ? 99 : r;
+    });
     *err = orvtest::read_file(dir.file("err"));
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return status;
 }
 
 TEST(CalService, PermissionCheckTakesTheFilesOwner) {

@@ -4,6 +4,9 @@
 //
 //   orvpop3d -p PORT [-s TLSPORT] [-b ADDRESS]
 //
+// SIGTERM or SIGINT stops it: no new connections, at most a second for the open
+// sessions, then a normal exit.
+//
 // Configuration comes from the default cache ($ORV_HOME/config/orv.conf):
 // the directory and login keys (orvutil/platform/verifypass.h,
 // orvutil/login.h), the TLS keys under "service.pop3.tls." (certfile,
@@ -64,7 +67,11 @@ struct Server {
     std::atomic<unsigned> serial{0};
 };
 
-Server g_server;
+// Never destroyed: a session still running at exit may read it.
+Server &g_server = *new Server;
+volatile std::sig_atomic_t g_stop = 0;
+
+void on_stop(int) { g_stop = 1; }
 
 // The "auth" counters; without a counter configuration nothing is counted.
 struct Counters {
@@ -511,6 +518,20 @@ int main(int argc, char **argv) {
     }
     // A client that hangs up must not end the server.
     std::signal(SIGPIPE, SIG_IGN);
+    // The stop signals are taken only inside the ppoll of the accept loop, so
+    // none is lost between its check and its wait. Blocked before any thread
+    // starts: every thread inherits the mask.
+    sigset_t stops, during_wait;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stops, &during_wait);
+    struct sigaction sa {};
+    sa.sa_handler = on_stop;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+    sigdelset(&during_wait, SIGTERM);
+    sigdelset(&during_wait, SIGINT);
     callog_init(kService, "orvpop3d", 1);
     config_cache *conf = config_getdefaultcache();
     calcounter_init();
@@ -540,8 +561,8 @@ int main(int argc, char **argv) {
     pollfd fds[2] = {{listen_on(address, port), POLLIN, 0}, {-1, POLLIN, 0}};
     if (tls_port != 0) fds[1].fd = listen_on(address, tls_port);
     zolog(0, 7, "orvpop3d: listening on %s:%d", address, port);
-    for (;;) {
-        if (poll(fds, 2, -1) < 0) continue;
+    while (g_stop == 0) {
+        if (ppoll(fds, 2, nullptr, &during_wait) < 0) continue;
         for (int i = 0; i < 2; ++i) {
             if (fds[i].fd < 0 || (fds[i].revents & POLLIN) == 0) continue;
             const int fd = accept4(fds[i].fd, nullptr, nullptr, SOCK_CLOEXEC);
@@ -556,4 +577,9 @@ int main(int argc, char **argv) {
             std::thread(serve, fd, i == 1).detach();
         }
     }
+    for (const pollfd &p : fds)
+        if (p.fd >= 0) close(p.fd);
+    for (int i = 0; i < 100 && g_server.connections > 0; ++i) usleep(10000);
+    zolog(0, 7, "orvpop3d: stopped");
+    return 0;
 }

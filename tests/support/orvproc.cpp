@@ -42,6 +42,30 @@ sockaddr_in loopback(int port) {
 
 }  // namespace
 
+// Present only when the program is built with coverage counters.
+extern "C" void __gcov_dump(void) __attribute__((weak));
+
+void exit_child(int status) {
+    if (__gcov_dump != nullptr) __gcov_dump();
+    _exit(status);
+}
+
+pid_t fork_child(const std::function<int()> &fn) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        exit_child(fn());
+    }
+    return pid;
+}
+
+int in_child(const std::function<int()> &fn) {
+    int st = 0;
+    const pid_t pid = fork_child(fn);
+    if (pid < 0 || waitpid(pid, &st, 0) != pid) return -1;
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+}
+
 int free_port() {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return -1;

@@ -25,6 +25,18 @@ bool wait_for_port(int port, std::chrono::milliseconds limit);
 // The full path of a program found in PATH, /usr/sbin or /sbin, or "".
 std::string find_program(const std::string &name);
 
+// Ends a forked child with status. A coverage build first writes the child's
+// counts, which _exit alone would lose.
+[[noreturn]] void exit_child(int status);
+
+// Forks a child (killed if this process dies first) that runs fn and ends with
+// its result; the child's pid.
+pid_t fork_child(const std::function<int()> &fn);
+
+// fork_child, then waits for the child: fn's result, or -1 when it died of a
+// signal.
+int in_child(const std::function<int()> &fn);
+
 // A program started with fork and exec in a process group of its own. The
 // destructor stops the whole group (SIGTERM, then SIGKILL after the grace
 // period) and reaps the child, so a failed assertion never leaves a process

@@ -90,8 +90,6 @@ TEST(Orvadmin, OptionsAndExitStatus) {
          "encode url|html|cookie|full|alpha|js|xml|ical text\n                             - the text encoded",
          ""},
         {{"-#"}, 0, "", "\nBuild date is: Feb  9 2005\n"},
-        {{"-h", "-v"}, 64, "", "You must provide a host name\n"},
-        {{"-p", "x"}, 64, "", "You must provide a valid port number\n"},
         {{"-c"}, 64, "", "You must provide a configuration file name\n"},
         {{"-zz"}, 64, "-c file                      - configuration file", "unrecognized option: -zz\n\n"},
         {{"-I", "/no/such/script.orv"}, 2, "", "cannot read /no/such/script.orv: No such file or directory\n"},
