@@ -22,7 +22,8 @@ std::string hex(const unsigned char *d, size_t n) {
     return out;
 }
 
-// Digest of text fed in pieces cut at the given split points.
+// Digest of text fed in pieces cut at the given split points, with an empty
+// null piece after each.
 std::string md5_split(const std::string &text, const std::vector<size_t> &cuts) {
     util_MD5_CTX ctx;
     util_MD5Init(&ctx);
@@ -31,6 +32,7 @@ std::string md5_split(const std::string &text, const std::vector<size_t> &cuts) 
         cut = std::min(cut, text.size());
         util_MD5Update(&ctx, reinterpret_cast<const unsigned char *>(text.data()) + at,
                        static_cast<unsigned>(cut - at));
+        util_MD5Update(&ctx, nullptr, 0);
         at = cut;
     }
     util_MD5Update(&ctx, reinterpret_cast<const unsigned char *>(text.data()) + at,

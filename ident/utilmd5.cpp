@@ -130,7 +130,9 @@ void util_MD5Init(util_MD5_CTX *ctx) noexcept {
 }
 
 void util_MD5Update(util_MD5_CTX *ctx, const unsigned char *data, unsigned int len) noexcept {
-    if (ctx == nullptr || (data == nullptr && len != 0)) return;
+    // Nothing to add: a null pointer with no length is allowed, and must not
+    // reach memcpy.
+    if (ctx == nullptr || data == nullptr || len == 0) return;
     size_t used = (ctx->count[0] >> 3) & 63;
     const uint32_t bits_low = static_cast<uint32_t>(len) << 3;
     ctx->count[0] += bits_low;

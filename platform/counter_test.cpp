@@ -1,5 +1,5 @@
-// Counters across real processes: concurrent writers, a reader, writers
-// killed at any point, damaged files, and the configuration read.
+// Counters across real processes and threads: concurrent writers, a reader,
+// writers killed at any point, damaged files, and the configuration read.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "counter_file.hpp"
@@ -74,14 +75,19 @@ TEST(Counter, ConcurrentProcessesAndAReaderThatNeverSeesACountGoBack) {
     }));
     for (uint64_t w = 0; w < writers; ++w) {
         pids.push_back(spawn([&, w] {
-            counterinstance *global = nullptr, *own = nullptr;
-            if (counterinstance_open(o, "global", 0, &global) != 0) return false;
-            if (counterinstance_open(o, std::string("w").append(std::to_string(w)).c_str(), 0, &own) != 0) return false;
-            for (uint64_t i = 0; i < per; ++i) {
-                counterinstance_add(global, 1, 1);
-                counterinstance_add(own, 1, 1);
-            }
-            return true;
+            // Two threads of the writer share its mapping: one counts the
+            // global instance, the other claims and counts its own.
+            bool ok[2] = {false, false};
+            auto count = [&](const std::string &name, bool *done) {
+                counterinstance *i = nullptr;
+                if (counterinstance_open(o, name.c_str(), 0, &i) != 0) return;
+                for (uint64_t n = 0; n < per; ++n) counterinstance_add(i, 1, 1);
+                *done = true;
+            };
+            std::thread global(count, "global", &ok[0]);
+            count("w" + std::to_string(w), &ok[1]);
+            global.join();
+            return ok[0] && ok[1];
         }));
     }
     for (pid_t p : pids) EXPECT_EQ(0, reap(p));

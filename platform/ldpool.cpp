@@ -178,6 +178,17 @@ LDAP *parse_handle() {
     return h.ld;
 }
 
+// libldap sets up its process-wide defaults on first use, and two threads
+// making that first use at once race inside it: make it once, before any
+// thread shares a pool.
+void ready_libldap() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        int version = 0;
+        ldap_get_option(nullptr, LDAP_OPT_PROTOCOL_VERSION, &version);
+    });
+}
+
 bool parse_int(config_cache *cache, const char *key, int def, int lo, int hi, int *out) {
     *out = config_get_int(cache, key, def);
     if (*out >= lo && *out <= hi) return true;
@@ -234,6 +245,7 @@ LdPool *LdPool_New(config_cache *cache, const char **err) noexcept {
         *err = "Invalid LDAP pool configuration";
         return nullptr;
     }
+    ready_libldap();
     struct sigaction old {};
     if (sigaction(SIGPIPE, nullptr, &old) == 0 && old.sa_handler == SIG_DFL) std::signal(SIGPIPE, SIG_IGN);
     return p;

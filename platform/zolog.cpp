@@ -596,7 +596,9 @@ void look_at_path(LogHandle &h) {
 void read_file_start(LogHandle &h) {
     char head[32];
     const ssize_t n = ::pread(h.fd, head, sizeof head - 1, 0);
-    if (n > 0) h.file_start = parse_stamp(head, static_cast<size_t>(n));
+    if (n <= 0) return;
+    head[n] = '\0';  // sscanf measures its input
+    h.file_start = parse_stamp(head, static_cast<size_t>(n));
 }
 
 bool roll_due(const LogHandle &h, off_t size, size_t len, time_t now) {

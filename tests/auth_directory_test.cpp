@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -213,6 +215,25 @@ TEST(AuthDirectory, ChangedEntriesTakeEffectAtOnce) {
         change_entry(slapd, s.dn, s.op, s.attr, s.value);
         EXPECT_EQ(verify(s.user, s.password), s.want) << s.attr << " " << s.user;
     }
+}
+
+// More threads than pooled connections: each verification gets a connection
+// of its own, and the spares are closed as they come back.
+TEST(AuthDirectory, ThreadsShareThePool) {
+    orvtest::Slapd slapd(orvtest::sample_directory(nullptr));
+    Verifier v(slapd.uri(), {{"ldap.poolsize", "2"}});
+    std::vector<std::string> wrong(6);
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < wrong.size(); ++t)
+        threads.emplace_back([&wrong, t] {
+            for (int i = 0; i < 20; ++i) {
+                const bool bob = (t + i) % 2, good = i % 3 != 0;
+                const std::string got = verify(bob ? "bob" : "alice", good ? (bob ? "bob-pw" : "alice-pw") : "x");
+                if (got != (good ? (bob ? "ok:bob" : "ok:alice") : "Invalid credentials")) wrong[t] += got + ";";
+            }
+        });
+    for (auto &th : threads) th.join();
+    for (const std::string &w : wrong) EXPECT_EQ(w, "");
 }
 
 }  // namespace
