@@ -32,3 +32,20 @@ function(orv_add_test name)
     add_dependencies(${group} ${name})
   endforeach()
 endfunction()
+
+# orv_link_every_executable(DIR lib): links lib into every executable target
+# defined in DIR and the directories below it, including ones added later by
+# other families without their knowing.
+function(orv_link_every_executable dir lib)
+  get_property(targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target ${targets})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE")
+      target_link_libraries(${target} PRIVATE ${lib})
+    endif()
+  endforeach()
+  get_property(subdirs DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
+  foreach(subdir ${subdirs})
+    orv_link_every_executable(${subdir} ${lib})
+  endforeach()
+endfunction()

@@ -4,7 +4,9 @@
 #include "orvutil/cal_tree.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -149,7 +151,10 @@ void CT_Free(CT_Node **node, CT_FreeProc freeData) noexcept {
 int CT_Walk(CT_Node *root, CT_Order order, CT_VisitProc visit, void *arg) noexcept {
     if (root == nullptr || visit == nullptr) return CT_E_ARG;
     size_t depth = 0;
-    switch (order) {
+    // A C caller may pass any int: read it as one, not as the enum.
+    std::underlying_type_t<CT_Order> how;
+    std::memcpy(&how, &order, sizeof how);
+    switch (how) {
         case CT_PRE_ORDER:
             for (CT_Node *n = root; n != nullptr; n = preorder_next(n, root, depth))
                 if (visit(n, depth, arg) != 0) return CT_STOPPED;
