@@ -36,7 +36,7 @@ Entries entries_of(calconf_handle *handle) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz_io::quiet_setup();
-    const std::string in = fuzz_io::input_file("in.conf", data, size), out = fuzz_io::file("out.conf");
+    const std::string in = fuzz_io::input_file("in.conf", data, size), out = fuzz_io::fresh_file("out.conf");
     calconf_handle *handle = nullptr;
     if (calconf_Open(in.c_str(), &handle) != CALCONF_OK) abort();
     const Entries before = entries_of(handle);

@@ -44,7 +44,7 @@ Entries read_back(const std::string &path) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz_io::quiet_setup();
     Entries entries = read_back(fuzz_io::input_file("in.conf", data, size));
-    const std::string out = fuzz_io::file("out.conf");
+    const std::string out = fuzz_io::fresh_file("out.conf");
 
     config_writedriver *writer = config_writedriver_fileinit(out.c_str());
     int scratch = 0;

@@ -6,6 +6,7 @@
 #include <orvutil/platform/zolog.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -33,6 +34,15 @@ inline const std::string &dir() {
 }
 inline std::string file(const std::string &name) { return dir() + "/" + name; }
 
+// The path of a file under the directory, removed so that writing it makes
+// a new file: the file system forces a file truncated and written again out
+// to disk at once, which would slow a run down many times.
+inline std::string fresh_file(const std::string &name) {
+    const std::string path = file(name);
+    std::remove(path.c_str());
+    return path;
+}
+
 inline void write_file(const std::string &path, const void *data, size_t size) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(static_cast<const char *>(data), static_cast<std::streamsize>(size));
@@ -41,7 +51,7 @@ inline void write_file(const std::string &path, const void *data, size_t size) {
 
 // The input written to the file called name; its path.
 inline std::string input_file(const std::string &name, const uint8_t *data, size_t size) {
-    const std::string path = file(name);
+    const std::string path = fresh_file(name);
     write_file(path, data, size);
     return path;
 }
