@@ -71,6 +71,7 @@ TEST(ConfigFile, ParsesEntriesQuotesContinuationsAndComments) {
 }
 
 TEST(ConfigFile, MalformedLinesAreReportedAndSkipped) {
+    using namespace std::string_literals;
     orvtest::TempDir dir;
     const std::string path = dir.file("bad.conf");
     orvtest::write_file(path,
@@ -80,12 +81,15 @@ TEST(ConfigFile, MalformedLinesAreReportedAndSkipped) {
                         "q = \"unterminated\n"  // 4
                         " ,orphan of line 4\n"  // 5
                         "t = \"x\" trailing\n"  // 6
-                        "also = fine\n");
+                        "nul\0name = 1\n"       // 7
+                        "v = a\0b\n"            // 8
+                        "also = fine\n"s);
     orvtest::LogCapture log;
     FileCache fc(path);
     EXPECT_EQ(fc.fetch_result, 0);
     EXPECT_EQ(fc.scan(), (Entries{{"good", {"1"}}, {"also", {"fine"}}}));
-    for (int line : {2, 3, 4, 5, 6}) EXPECT_TRUE(log.contains(4, path + ":" + std::to_string(line) + ":")) << line;
+    for (int line : {2, 3, 4, 5, 6, 7, 8})
+        EXPECT_TRUE(log.contains(4, path + ":" + std::to_string(line) + ":")) << line;
     EXPECT_FALSE(log.contains(4, path + ":1:"));
 }
 

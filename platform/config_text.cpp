@@ -57,6 +57,12 @@ void parse_line(char *line, size_t n, int number, ConfigSink &sink) {
     const std::string_view raw(line, n);
     const size_t start = skip_blanks(raw, 0);
     if (start == n || line[start] == '#') return;
+    // Names and values are handed out as C strings: a NUL would cut them
+    // short, and the scan and the look-ups would disagree on the entry.
+    if (std::memchr(line + start, '\0', n - start) != nullptr) {
+        sink.malformed(number, "NUL byte");
+        return;
+    }
     const char *why = nullptr;
     if (start > 0 && line[start] == ',') {
         if (const char *value = parse_value(line, n, start + 1, &why))

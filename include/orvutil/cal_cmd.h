@@ -228,8 +228,10 @@ ORV_API void calcmd_EnableBackup(calcmd_tool *tool, int needsId, calcmd_backup_f
 
 /* Setters take argv[*index + 1] (and the one after for ids), advance *index
  * over what they take and return 0, or print their message on standard error
- * and return CALCMD_REFUSED changing nothing. A value beginning with '-' is refused except
- * for the output directory. A port is valid when atoi() of it is positive;
+ * and return CALCMD_REFUSED changing nothing. A value beginning with '-' is
+ * refused, except for the output directory and for the path and id that the
+ * backup and restore setters take together (withId non-zero): those are
+ * refused only when missing. A port is valid when atoi() of it is positive;
  * the text is stored. */
 ORV_API int calcmd_SetScript(calcmd_tool *tool, char **argv, int argc, int *index) ORV_NOEXCEPT;
 ORV_API int calcmd_SetAdmin(calcmd_tool *tool, char **argv, int argc, int *index) ORV_NOEXCEPT;

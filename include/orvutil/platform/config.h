@@ -17,8 +17,8 @@
  * An unquoted value runs to the end of the line with trailing blanks removed.
  * Blank lines are ignored. A line that does not parse (no '=', an empty name,
  * an unterminated quote, text after a closing quote, a continuation with no
- * entry above) is skipped and reported through zolog at level 4 with the file
- * name and line number.
+ * entry above, a NUL byte) is skipped and reported through zolog at level 4
+ * with the file name and line number.
  *
  * Look-ups are O(1) on average and take no lock. Readers may run on several
  * threads while one thread runs config_fetch: a fetch builds a new set of
